@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Builds Murmex and runs its tests.
+#   scripts/test.sh          release build in build/, every test
+#   scripts/test.sh asan     AddressSanitizer + UndefinedBehaviorSanitizer build in build-asan/, every test
+#   scripts/test.sh tsan     ThreadSanitizer build in build-tsan/, the threaded tests
+set -euo pipefail
+top=$(cd "$(dirname "$0")/.." && pwd)
+mode=${1:-release}
+
+"$top/scripts/setup.sh"
+
+jobs=$(nproc 2>/dev/null || echo 2)
+filter=()
+case "$mode" in
+  release) dir=build;      args=(-DCMAKE_BUILD_TYPE=Release) ;;
+  asan)    dir=build-asan; args=(-DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g" -DMURMEX_SANITIZE=address,undefined -DMURMEX_BUILD_BENCH=OFF) ;;
+  tsan)    dir=build-tsan; args=(-DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g" -DMURMEX_SANITIZE=thread -DMURMEX_BUILD_BENCH=OFF)
+           # Threaded tests live in test suites whose names end in ThreadTest.
+           filter=(-R 'ThreadTest\.') ;;
+  *) echo "usage: scripts/test.sh [release|asan|tsan]" >&2; exit 2 ;;
+esac
+
+cmake -S "$top" -B "$top/$dir" "${args[@]}" >/dev/null
+cmake --build "$top/$dir" -j "$jobs"
+export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}
+export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
+export TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1}
+ctest --test-dir "$top/$dir" --output-on-failure -j "$jobs" "${filter[@]}"
