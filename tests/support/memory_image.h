@@ -2,6 +2,7 @@
 // tests. Rows are stored packed, four samples per pixel.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
