@@ -1,0 +1,250 @@
+#include "denoise/raster/incr_raster.h"
+
+#include <cstdint>
+#include <cstring>
+
+#include "base/ex.h"
+#include "base/qtless/qobject.h"
+#include "base/utils.h"
+
+using qtless::QObject;
+
+JIncrRaster::JIncrRaster(int width, int height)
+    : rows_(new Slot[height > 0 ? height : 0]), width_(width), height_(height)
+{
+}
+
+JIncrRaster::~JIncrRaster()
+{
+    for (int i = 0; i < height_; ++i)
+        delete[] rows_[i].buffer;
+    for (char* b : pool_)
+        delete[] b;
+}
+
+void JIncrRaster::computeScanline(int row, float* out)
+{
+    (void)row;
+    (void)out;
+}
+
+int JIncrRaster::mirrorRow(int y) const
+{
+    const long long h = height_;
+    if (y >= 0 && y < h)
+        return y;
+    if (h <= 0)
+        throw JEx(QObject::tr("Row %1 requested from an empty raster").arg(y));
+    // 64-bit so that -y and y + 1 cannot overflow.
+    const long long t = y < 0 ? -static_cast<long long>(y) : static_cast<long long>(y) + 1;
+    const long long q = t / h;
+    const long long s = t - q * h;
+    return static_cast<int>(q % 2 == 0 ? s : h - s - 1);
+}
+
+JIncrRaster::Slot& JIncrRaster::slot(int row)
+{
+    return rows_[mirrorRow(row)];
+}
+
+size_t JIncrRaster::bufferBytes(int margin) const
+{
+    const size_t c = static_cast<size_t>(channels());
+    return (static_cast<size_t>(width_) * c + 2 * static_cast<size_t>(margin) * c) * 4 + 192;
+}
+
+float* JIncrRaster::dataPointer(char* buffer, int margin) const
+{
+    // Pixel 0 sits after the left margin, rounded up to 16 bytes so that
+    // vector code works on aligned whole vectors.
+    const uintptr_t p = reinterpret_cast<uintptr_t>(buffer) + static_cast<uintptr_t>(margin) * channels() * 4;
+    return reinterpret_cast<float*>((p + 15) & ~static_cast<uintptr_t>(15));
+}
+
+void JIncrRaster::fillMargins(float* data, int m) const
+{
+    const int c = channels();
+    const int w = width_;
+    const size_t pixelBytes = static_cast<size_t>(c) * sizeof(float);
+    if (w == 1) {
+        // A one-pixel row reflects onto itself: pixel i of the rule below
+        // would be a margin pixel not yet written.
+        for (int i = 1; i <= m; ++i) {
+            std::memcpy(data - static_cast<ptrdiff_t>(i) * c, data, pixelBytes);
+            std::memcpy(data + static_cast<ptrdiff_t>(i) * c, data, pixelBytes);
+        }
+    } else if (w > 1) {
+        // Pixel -i = pixel i and pixel W-1+i = pixel W-1-i: a mirror about
+        // the edge pixel, which is not repeated. For rows narrower than the
+        // margin the loop reads margin pixels written by earlier iterations.
+        for (int i = 0; i <= m; ++i) {
+            std::memcpy(data - static_cast<ptrdiff_t>(i) * c, data + static_cast<ptrdiff_t>(i) * c, pixelBytes);
+            std::memcpy(data + static_cast<ptrdiff_t>(w - 1 + i) * c, data + static_cast<ptrdiff_t>(w - 1 - i) * c,
+                        pixelBytes);
+        }
+    }
+    std::memset(data + static_cast<ptrdiff_t>(w + m) * c, 0, 16);
+}
+
+float* JIncrRaster::getScanline(int row)
+{
+    const int r = mirrorRow(row);
+    Slot& s = rows_[r];
+    mutex_.lock();
+    if (s.data) {
+        while (s.busy.load(std::memory_order_acquire) == 1) {
+            mutex_.unlock();
+            yield();
+            mutex_.lock();
+        }
+        float* data = s.data;
+        mutex_.unlock();
+        return data;
+    }
+    const int m = margin();
+    char* buffer;
+    if (!pool_.empty()) {
+        buffer = pool_.back();
+        pool_.pop_back();
+    } else {
+        try {
+            buffer = new char[bufferBytes(m)];
+        } catch (...) {
+            mutex_.unlock();
+            throw;
+        }
+    }
+    float* data = dataPointer(buffer, m);
+    s.buffer = buffer;
+    s.data = data;
+    s.bufferMargin = m;
+    s.busy.store(1, std::memory_order_relaxed);
+    mutex_.unlock();
+
+    try {
+        computeScanline(r, data);
+    } catch (...) {
+        // Give the slot back so that no other reader waits forever on it.
+        JMutexLocker lock(mutex_);
+        pool_.push_back(s.buffer);
+        s.buffer = nullptr;
+        s.data = nullptr;
+        s.busy.store(0, std::memory_order_release);
+        throw;
+    }
+    fillMargins(data, m);
+    s.busy.store(0, std::memory_order_release);
+    return data;
+}
+
+void JIncrRaster::refScanline(int row)
+{
+    const int r = mirrorRow(row);
+    int old;
+    {
+        JMutexLocker lock(mutex_);
+        old = rows_[r].count++;
+    }
+    if (old == 0)
+        refInputs(r);
+}
+
+void JIncrRaster::unrefScanline(int row)
+{
+    const int r = mirrorRow(row);
+    JMutexLocker lock(mutex_);
+    Slot& s = rows_[r];
+    if (--s.count == 0 && s.buffer) {
+        pool_.push_back(s.buffer);
+        s.buffer = nullptr;
+        s.data = nullptr;
+    }
+}
+
+int JIncrRaster::rowElements(int m) const
+{
+    const int pixels = width_ + 2 * m;
+    return dataType_ == Pair ? pixels * 2 + 16 : pixels + 16;
+}
+
+float* JIncrRaster::fetchWithMargin(int row, int m)
+{
+    float* data = getScanline(row);
+    int bufferMargin;
+    {
+        JMutexLocker lock(mutex_);
+        bufferMargin = slot(row).bufferMargin;
+    }
+    // A row laid out before the margin was raised would be read outside its
+    // buffer; margins are raised only while a graph is built, so this is a
+    // wiring error.
+    if (bufferMargin < m)
+        throw JEx(QObject::tr("Row %1 was laid out for a smaller margin").arg(row));
+    return data;
+}
+
+void JIncrRaster::copyScanline(int row, float* dst)
+{
+    const int m = margin();
+    const float* src = fetchWithMargin(row, m);
+    const ptrdiff_t start = -static_cast<ptrdiff_t>(m) * channels();
+    std::memcpy(dst + start, src + start, static_cast<size_t>(rowElements(m)) * sizeof(float));
+}
+
+void JIncrRaster::avgScanlines(int rowA, int rowB, float* dst)
+{
+    const int m = margin();
+    const float* a = fetchWithMargin(rowA, m);
+    const float* b = fetchWithMargin(rowB, m);
+    const ptrdiff_t start = -static_cast<ptrdiff_t>(m) * channels();
+    const int n = rowElements(m);
+    for (int i = 0; i < n; ++i)
+        dst[start + i] = (a[start + i] + b[start + i]) * 0.5f;
+}
+
+void JIncrRaster::requestReflection(int margin)
+{
+    {
+        JMutexLocker lock(mutex_);
+        if (margin > margin_.load(std::memory_order_relaxed))
+            margin_.store(margin, std::memory_order_relaxed);
+    }
+    JMutexLocker lock(mutex_);
+    for (char* b : pool_)
+        delete[] b;
+    pool_.clear();
+}
+
+void JIncrRaster::setTurbo(bool turbo)
+{
+    turbo_.store(turbo ? 1 : 0, std::memory_order_relaxed);
+}
+
+void JIncrRaster::setDataType(DataType type)
+{
+    dataType_ = type;
+}
+
+void JIncrRaster::requireDataType(DataType type, JIncrRaster& input)
+{
+    (void)type;
+    (void)input;
+}
+
+int JIncrRaster::refCount(int row)
+{
+    JMutexLocker lock(mutex_);
+    return slot(row).count;
+}
+
+bool JIncrRaster::rowPresent(int row)
+{
+    JMutexLocker lock(mutex_);
+    return slot(row).buffer != nullptr;
+}
+
+int JIncrRaster::pooledBuffers()
+{
+    JMutexLocker lock(mutex_);
+    return static_cast<int>(pool_.size());
+}

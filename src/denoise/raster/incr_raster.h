@@ -1,0 +1,121 @@
+// JIncrRaster: the base of every node of the noise-removal pipeline.
+//
+// A node is a width x height raster whose rows are computed lazily, one row at
+// a time, on demand, and kept only while somebody holds a reference to them.
+// Nodes are wired into a directed acyclic graph by handing upstream nodes to a
+// node's constructor; a node never owns its inputs (whoever builds the graph
+// deletes every node). A row is an array of floats, c per pixel (c = 1, 4 or
+// 2 by data type), with `margin()` mirrored pixels on each side.
+//
+// Row protocol. For every row it reads, a consumer calls refScanline(row)
+// first, then getScanline(row) as often as it needs, then unrefScanline(row)
+// once. A node's own computeScanline follows the same rule for its inputs: it
+// reads the input rows that its refInputs referenced and unreferences each of
+// them when its row is done. Row indices outside 0..height-1 are mirrored
+// (mirrorRow) and share the slot of the stored row they map to.
+//
+// Threads. Any number of threads may call refScanline, getScanline and
+// unrefScanline on one node at once. The node mutex guards the row table
+// (counts, buffers, data pointers) and the buffer pool. It is never held while
+// a row is computed, so a computation may pull rows of its inputs, which take
+// their own mutexes, without any lock-ordering concern. A row being computed
+// carries the busy flag; a second thread asking for it yields in a loop until
+// the first has filled the row and its margins, so a row is computed once.
+// The busy flag is cleared without the lock (a release store that waiting
+// readers observe with an acquire load), which also publishes the row's data.
+// The margin and the turbo flag are set while the graph is built and read
+// without the lock while rows are computed, hence atomics.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <vector>
+
+#include "base/mutex.h"
+
+class JIncrRaster {
+public:
+    // Floats per pixel: 0 one (a plane), 1 four (RGBX), 2 two.
+    enum DataType { Plane = 0, RGBX = 1, Pair = 2 };
+
+    JIncrRaster(int width, int height);
+    virtual ~JIncrRaster();
+    JIncrRaster(const JIncrRaster&) = delete;
+    JIncrRaster& operator=(const JIncrRaster&) = delete;
+
+    // Fills pixels 0..width-1 of row `row` (0 <= row < height) into `out`,
+    // the row's data pointer. The base version does nothing.
+    virtual void computeScanline(int row, float* out);
+    // Called once when row `row` gets its first reference: takes a reference
+    // on every input row that computeScanline(row) will read.
+    virtual void refInputs(int row) = 0;
+    // The row's data pointer (pixel 0), computing the row first if needed.
+    virtual float* getScanline(int row);
+
+    void refScanline(int row);
+    void unrefScanline(int row);
+    // Fetches row `row` and copies it, margins and slack included, into dst,
+    // the data pointer of a buffer of this node's layout. The element count is
+    // (W + 2m) + 16 for types 0 and 1 and (W + 2m)*2 + 16 for type 2: for type
+    // 1 it deliberately does not scale with the four floats of a pixel (the
+    // operation serves single-channel nodes).
+    void copyScanline(int row, float* dst);
+    // dst[i] = (A[i] + B[i]) * 0.5 over the same elements as copyScanline.
+    void avgScanlines(int rowA, int rowB, float* dst);
+
+    // Rows of this node carry at least `margin` mirrored pixels on each side.
+    // Empties the buffer pool, whose buffers have the old size; callers are
+    // node constructors, before any row exists.
+    void requestReflection(int margin);
+    void setTurbo(bool turbo);
+    void setDataType(DataType type);
+    // Documents the layout a node expects of an input; checks nothing, deliberately.
+    void requireDataType(DataType type, JIncrRaster& input);
+
+    int width() const { return width_; }
+    int height() const { return height_; }
+    int margin() const { return margin_.load(std::memory_order_relaxed); }
+    bool turbo() const { return turbo_.load(std::memory_order_relaxed) != 0; }
+    DataType dataType() const { return dataType_; }
+    // Floats per pixel.
+    int channels() const { return dataType_ == RGBX ? 4 : dataType_ == Pair ? 2 : 1; }
+
+    // The stored row that row index y reads. Inside 0..h-1 it is y; outside,
+    // with t = -y above and t = y + 1 below, q = t / h and s = t - q*h, it is
+    // s for even q and h - s - 1 for odd q. So row -1 reads 1 and row h reads
+    // h-2 (no edge repetition); far rows deliberately follow the same rule
+    // rather than a true mirror (row -h reads h-1, rows 2h-2 and 2h-1 read 0).
+    int mirrorRow(int y) const;
+
+    // Introspection for tests: the reference count of the slot that row y
+    // maps to, whether that slot holds a buffer, and the pooled buffer count.
+    int refCount(int row);
+    bool rowPresent(int row);
+    int pooledBuffers();
+
+private:
+    struct Slot {
+        int count = 0;
+        char* buffer = nullptr;  // as allocated; null while the row is absent
+        float* data = nullptr;   // pixel 0 inside buffer
+        int bufferMargin = 0;    // the margin the buffer was laid out for
+        std::atomic<int> busy{0};
+    };
+
+    Slot& slot(int row);
+    size_t bufferBytes(int margin) const;
+    float* dataPointer(char* buffer, int margin) const;
+    void fillMargins(float* data, int margin) const;
+    // Elements copied or averaged by copyScanline and avgScanlines.
+    int rowElements(int margin) const;
+    float* fetchWithMargin(int row, int margin);
+
+    JMutex mutex_;
+    std::unique_ptr<Slot[]> rows_;
+    std::atomic<int> margin_{0};
+    int width_;
+    int height_;
+    std::atomic<int> turbo_{0};
+    DataType dataType_ = Plane;
+    std::vector<char*> pool_;
+};
