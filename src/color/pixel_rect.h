@@ -1,0 +1,41 @@
+// JPixelRect: a small multi-channel float image, one plane per channel.
+//
+// Either a rectangle of an image read through a JImageAdapter and converted
+// to YCrCb or L*a*b* planes, or a grid of per-block statistics. Each plane
+// holds width x height floats in row order.
+#pragma once
+
+#include "base/image_adapter.h"
+#include "base/rect.h"
+
+class JPixelRect {
+public:
+    explicit JPixelRect(int channels);
+    virtual ~JPixelRect();
+
+    JPixelRect(const JPixelRect&) = delete;
+    JPixelRect& operator=(const JPixelRect&) = delete;
+
+    // The same size keeps the contents; any other size frees every plane and
+    // allocates it anew with undefined contents.
+    void setDimensions(int w, int h);
+
+    // Reads rectangle r as Y, Cr, Cb into planes 0, 1, 2 and prints the
+    // diagnostic line "w: .. h: .. l: .. r: .. t: .. b: .." on standard
+    // output. Needs three channels.
+    void loadYCrCb(JImageAdapter* image, JRect<int>& r);
+    // Reads rectangle r as L, a, b into planes 0, 1, 2. Needs three channels.
+    void loadLab(JImageAdapter* image, JRect<int>& r);
+
+    // Mean of width x height values from plane: summed in double, the sum
+    // rounded to float and divided by width x height as float. An empty
+    // rectangle gives NaN.
+    float mean(float* plane) const;
+
+    float* plane(int c) const { return planes[c]; }
+
+    int width;
+    int height;
+    float** planes;
+    int channels;
+};
