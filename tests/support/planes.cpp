@@ -1,0 +1,57 @@
+#include "support/planes.h"
+
+#include <cmath>
+#include <limits>
+#include <random>
+
+#include "denoise/raster/incr_raster.h"
+
+namespace murmex_test {
+
+std::vector<float> randomPlane(int width, int height, uint32_t seed, float lo, float hi)
+{
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<float> dist(lo, hi);
+    std::vector<float> plane(static_cast<size_t>(width) * height);
+    for (float& v : plane)
+        v = dist(rng);
+    return plane;
+}
+
+std::vector<float> mixedPlane(int width, int height, uint32_t seed)
+{
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<float> unit(0.0f, 1.0f);
+    std::uniform_int_distribution<int> kind(0, 7);
+    std::vector<float> plane(static_cast<size_t>(width) * height);
+    for (float& v : plane) {
+        const float u = unit(rng);
+        switch (kind(rng)) {
+        case 0: v = u * 1e-6f; break;
+        case 1: v = -u * 1e-6f; break;
+        case 2: v = u * std::numeric_limits<float>::denorm_min() * 1000.0f; break;
+        case 3: v = (u < 0.5f) ? 0.0f : -0.0f; break;
+        case 4: v = std::nextafter(1.0f, 0.0f) - u * 1e-5f; break;
+        case 5: v = 1.0f + u * 1e-5f; break;
+        case 6: v = -u * 2.0f; break;
+        default: v = u * 4.0f - 2.0f; break;
+        }
+    }
+    return plane;
+}
+
+std::vector<float> pullPlane(JIncrRaster& node)
+{
+    const int w = node.width();
+    std::vector<float> plane(static_cast<size_t>(w) * node.height());
+    for (int y = 0; y < node.height(); ++y) {
+        node.refScanline(y);
+        const float* row = node.getScanline(y);
+        for (int x = 0; x < w; ++x)
+            plane[static_cast<size_t>(y) * w + x] = row[x];
+        node.unrefScanline(y);
+    }
+    return plane;
+}
+
+}  // namespace murmex_test
