@@ -1,0 +1,428 @@
+#include "denoise/raster/incr_raster.h"
+
+#include <atomic>
+#include <cstdint>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/bits.h"
+
+namespace {
+
+// A source node whose pixel (x, y) of channel k is y * 1000 + x + k / 10,
+// counting computations and refInputs calls per row.
+class CountingNode : public JIncrRaster {
+public:
+    CountingNode(int w, int h, DataType type = Plane)
+        : JIncrRaster(w, h), computed(h), referenced(h)
+    {
+        setDataType(type);
+        for (int i = 0; i < h; ++i) {
+            computed[i] = 0;
+            referenced[i] = 0;
+        }
+    }
+
+    static float value(int x, int y, int k) { return static_cast<float>(y * 1000 + x) + static_cast<float>(k) / 10.0f; }
+
+    void computeScanline(int row, float* out) override
+    {
+        ++computed[row];
+        const int c = channels();
+        for (int x = 0; x < width(); ++x)
+            for (int k = 0; k < c; ++k)
+                out[x * c + k] = value(x, row, k);
+    }
+    void refInputs(int row) override { ++referenced[row]; }
+
+    std::vector<std::atomic<int>> computed;
+    std::vector<std::atomic<int>> referenced;
+};
+
+// out = in(y - 1) + in(y + 1): reads two input rows and drops them when done.
+class PairSumNode : public JIncrRaster {
+public:
+    explicit PairSumNode(JIncrRaster& in) : JIncrRaster(in.width(), in.height()), in_(in) {}
+
+    void refInputs(int row) override
+    {
+        in_.refScanline(row - 1);
+        in_.refScanline(row + 1);
+    }
+    void computeScanline(int row, float* out) override
+    {
+        const float* a = in_.getScanline(row - 1);
+        const float* b = in_.getScanline(row + 1);
+        for (int x = 0; x < width(); ++x)
+            out[x] = a[x] + b[x];
+        in_.unrefScanline(row - 1);
+        in_.unrefScanline(row + 1);
+    }
+
+private:
+    JIncrRaster& in_;
+};
+
+// Holds its computation until released, so that a second reader arrives while
+// the row is busy.
+class GateNode : public JIncrRaster {
+public:
+    GateNode(int w, int h) : JIncrRaster(w, h) {}
+    void refInputs(int) override {}
+    void computeScanline(int row, float* out) override
+    {
+        ++computations;
+        entered.store(true);
+        while (!release.load())
+            std::this_thread::yield();
+        for (int x = 0; x < width(); ++x)
+            out[x] = static_cast<float>(row + x);
+    }
+    std::atomic<int> computations{0};
+    std::atomic<bool> entered{false};
+    std::atomic<bool> release{false};
+};
+
+}  // namespace
+
+TEST(IncrRasterTest, HeightOneMapsEveryRowToRowZero)
+{
+    CountingNode n(4, 1);
+    for (int y : {-1000, -3, -2, -1, 0, 1, 2, 3, 17, 1000})
+        EXPECT_EQ(n.mirrorRow(y), 0) << "row " << y;
+}
+
+TEST(IncrRasterTest, MirrorTableForHeightTen)
+{
+    CountingNode n(4, 10);
+    EXPECT_EQ(n.mirrorRow(-1), 1);
+    EXPECT_EQ(n.mirrorRow(-2), 2);
+    EXPECT_EQ(n.mirrorRow(10), 8);
+    EXPECT_EQ(n.mirrorRow(11), 7);
+    EXPECT_EQ(n.mirrorRow(-10), 9);
+    EXPECT_EQ(n.mirrorRow(-11), 8);
+    EXPECT_EQ(n.mirrorRow(18), 0);
+    EXPECT_EQ(n.mirrorRow(19), 0);
+    EXPECT_EQ(n.mirrorRow(20), 1);
+    for (int y = 0; y < 10; ++y)
+        EXPECT_EQ(n.mirrorRow(y), y);
+}
+
+TEST(IncrRasterTest, MirroredRowsShareTheStoredRowSlot)
+{
+    CountingNode n(3, 10);
+    n.refScanline(-1);
+    EXPECT_EQ(n.refCount(1), 1);
+    float* p = n.getScanline(-1);
+    EXPECT_EQ(p, n.getScanline(1));
+    EXPECT_EQ(p[2], CountingNode::value(2, 1, 0));
+    EXPECT_EQ(n.computed[1].load(), 1);
+    n.unrefScanline(1);
+    EXPECT_FALSE(n.rowPresent(-1));
+}
+
+TEST(IncrRasterTest, MarginMirrorsWithoutEdgeRepetitionAndSlackIsZero)
+{
+    const int w = 7, m = 5;
+    CountingNode n(w, 3);
+    n.requestReflection(m);
+    n.refScanline(1);
+    const float* row = n.getScanline(1);
+    EXPECT_EQ(row[-1], row[1]);
+    EXPECT_EQ(row[w], row[w - 2]);
+    for (int i = 0; i <= m; ++i) {
+        EXPECT_EQ(row[-i], CountingNode::value(i, 1, 0)) << i;
+        EXPECT_EQ(row[w - 1 + i], CountingNode::value(w - 1 - i, 1, 0)) << i;
+    }
+    for (int k = 0; k < 4; ++k)
+        EXPECT_EQ(murmex_test::floatBits(row[w + m + k]), 0u) << k;
+    n.unrefScanline(1);
+}
+
+TEST(IncrRasterTest, RowsNarrowerThanTheMarginStillMirror)
+{
+    CountingNode two(2, 1);
+    two.requestReflection(3);
+    two.refScanline(0);
+    const float* r = two.getScanline(0);
+    // Pixels -3..4 of a two-pixel row reflect back and forth: 1 0 1 | 0 1 | 0 1 0.
+    const int expect[] = {1, 0, 1, 0, 1, 0, 1, 0};
+    for (int x = -3; x <= 4; ++x)
+        EXPECT_EQ(r[x], CountingNode::value(expect[x + 3], 0, 0)) << x;
+    two.unrefScanline(0);
+
+    CountingNode one(1, 1);
+    one.requestReflection(4);
+    one.refScanline(0);
+    const float* p = one.getScanline(0);
+    for (int x = -4; x <= 4; ++x)
+        EXPECT_EQ(p[x], CountingNode::value(0, 0, 0)) << x;
+    for (int k = 0; k < 4; ++k)
+        EXPECT_EQ(murmex_test::floatBits(p[5 + k]), 0u);
+    one.unrefScanline(0);
+}
+
+TEST(IncrRasterTest, FourFloatPixelsMirrorWholePixels)
+{
+    const int w = 5, m = 3;
+    CountingNode n(w, 2, JIncrRaster::RGBX);
+    n.requestReflection(m);
+    n.refScanline(0);
+    const float* row = n.getScanline(0);
+    for (int i = 1; i <= m; ++i)
+        for (int k = 0; k < 4; ++k) {
+            EXPECT_EQ(row[-i * 4 + k], CountingNode::value(i, 0, k));
+            EXPECT_EQ(row[(w - 1 + i) * 4 + k], CountingNode::value(w - 1 - i, 0, k));
+        }
+    // The 16 bytes after the right margin: one RGBX pixel of zeros.
+    for (int k = 0; k < 4; ++k)
+        EXPECT_EQ(murmex_test::floatBits(row[(w + m) * 4 + k]), 0u);
+    n.unrefScanline(0);
+}
+
+TEST(IncrRasterTest, DataPointerIsSixteenByteAligned)
+{
+    for (int m : {0, 1, 3, 6}) {
+        CountingNode n(13, 4);
+        n.requestReflection(m);
+        for (int y = 0; y < 4; ++y) {
+            n.refScanline(y);
+            EXPECT_EQ(reinterpret_cast<uintptr_t>(n.getScanline(y)) % 16, 0u) << "margin " << m;
+        }
+        for (int y = 0; y < 4; ++y)
+            n.unrefScanline(y);
+    }
+}
+
+TEST(IncrRasterThreadTest, TwoThreadsPullingOneRowComputeItOnce)
+{
+    GateNode n(8, 4);
+    n.refScanline(2);
+    float* first = nullptr;
+    float* second = nullptr;
+    std::thread a([&] { first = n.getScanline(2); });
+    while (!n.entered.load())
+        std::this_thread::yield();
+    std::atomic<bool> secondDone{false};
+    std::thread b([&] {
+        second = n.getScanline(2);
+        secondDone.store(true);
+    });
+    // The second reader cannot finish while the row is being computed.
+    for (int i = 0; i < 1000; ++i)
+        std::this_thread::yield();
+    EXPECT_FALSE(secondDone.load());
+    n.release.store(true);
+    a.join();
+    b.join();
+    EXPECT_EQ(n.computations.load(), 1);
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(first, second);
+    for (int x = 0; x < 8; ++x)
+        EXPECT_EQ(second[x], static_cast<float>(2 + x));
+    n.unrefScanline(2);
+}
+
+TEST(IncrRasterThreadTest, ManyThreadsPullingAGraphComputeEachRowOnce)
+{
+    const int w = 33, h = 40;
+    CountingNode src(w, h);
+    PairSumNode sum(src);
+    for (int y = 0; y < h; ++y)
+        sum.refScanline(y);
+    // Each thread keeps what it read; every thread reads every row.
+    std::vector<std::vector<float>> seen(4, std::vector<float>(static_cast<size_t>(w) * h));
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < h; ++i) {
+                const int y = (i * 7 + t * 3) % h;
+                const float* r = sum.getScanline(y);
+                for (int x = 0; x < w; ++x)
+                    seen[t][static_cast<size_t>(y) * w + x] = r[x];
+            }
+        });
+    for (auto& th : threads)
+        th.join();
+    for (int y = 0; y < h; ++y) {
+        EXPECT_EQ(sum.getScanline(y), sum.getScanline(y));
+        for (int t = 0; t < 4; ++t)
+            for (int x = 0; x < w; ++x)
+                EXPECT_EQ(seen[t][static_cast<size_t>(y) * w + x],
+                          CountingNode::value(x, src.mirrorRow(y - 1), 0) + CountingNode::value(x, src.mirrorRow(y + 1), 0));
+        sum.unrefScanline(y);
+    }
+    for (int y = 0; y < h; ++y)
+        EXPECT_EQ(src.computed[y].load(), 1) << y;  // every reference was taken before any pull
+    for (int y = 0; y < h; ++y) {
+        EXPECT_EQ(src.refCount(y), 0) << y;
+        EXPECT_FALSE(src.rowPresent(y)) << y;
+        EXPECT_FALSE(sum.rowPresent(y)) << y;
+    }
+}
+
+TEST(IncrRasterTest, RowReleasedToZeroAndReferencedAgainIsRecomputedWithItsInputs)
+{
+    CountingNode src(6, 8);
+    PairSumNode sum(src);
+    sum.refScanline(3);
+    EXPECT_EQ(src.refCount(2), 1);
+    EXPECT_EQ(src.refCount(4), 1);
+    sum.getScanline(3);
+    EXPECT_EQ(src.computed[2].load(), 1);
+    // The computation dropped its input references again.
+    EXPECT_EQ(src.refCount(2), 0);
+    EXPECT_FALSE(src.rowPresent(2));
+    sum.unrefScanline(3);
+    EXPECT_FALSE(sum.rowPresent(3));
+
+    sum.refScanline(3);
+    EXPECT_EQ(src.referenced[2].load(), 2);
+    EXPECT_EQ(src.referenced[4].load(), 2);
+    EXPECT_EQ(sum.getScanline(3)[1], CountingNode::value(1, 2, 0) + CountingNode::value(1, 4, 0));
+    EXPECT_EQ(src.computed[2].load(), 2);
+    EXPECT_EQ(src.computed[4].load(), 2);
+    sum.unrefScanline(3);
+}
+
+TEST(IncrRasterTest, RefInputsRunsOnlyOnTheFirstReference)
+{
+    CountingNode n(4, 4);
+    n.refScanline(1);
+    n.refScanline(1);
+    n.refScanline(-1);
+    EXPECT_EQ(n.referenced[1].load(), 1);
+    EXPECT_EQ(n.refCount(1), 3);
+    n.getScanline(1);
+    n.unrefScanline(1);
+    n.unrefScanline(1);
+    EXPECT_TRUE(n.rowPresent(1));
+    n.unrefScanline(1);
+    EXPECT_FALSE(n.rowPresent(1));
+    EXPECT_EQ(n.pooledBuffers(), 1);
+}
+
+TEST(IncrRasterTest, ExtraUnrefDrivesTheCountNegativeWithoutReport)
+{
+    CountingNode n(4, 4);
+    n.unrefScanline(2);
+    EXPECT_EQ(n.refCount(2), -1);
+}
+
+TEST(IncrRasterTest, RowFetchedWithoutReferenceStaysCached)
+{
+    CountingNode n(4, 4);
+    n.getScanline(0);
+    n.getScanline(0);
+    EXPECT_EQ(n.computed[0].load(), 1);
+    EXPECT_TRUE(n.rowPresent(0));
+}
+
+TEST(IncrRasterTest, PoolReusesTheNewestBufferFirst)
+{
+    CountingNode n(16, 6);
+    n.refScanline(0);
+    n.refScanline(1);
+    float* a = n.getScanline(0);
+    float* b = n.getScanline(1);
+    n.unrefScanline(0);
+    n.unrefScanline(1);
+    EXPECT_EQ(n.pooledBuffers(), 2);
+    n.refScanline(4);
+    EXPECT_EQ(n.getScanline(4), b);
+    n.refScanline(5);
+    EXPECT_EQ(n.getScanline(5), a);
+    EXPECT_EQ(n.pooledBuffers(), 0);
+    n.unrefScanline(4);
+    n.unrefScanline(5);
+}
+
+TEST(IncrRasterTest, SmallerReflectionRequestKeepsMarginButEmptiesPool)
+{
+    CountingNode n(8, 4);
+    n.requestReflection(6);
+    EXPECT_EQ(n.margin(), 6);
+    n.refScanline(0);
+    n.getScanline(0);
+    n.unrefScanline(0);
+    EXPECT_EQ(n.pooledBuffers(), 1);
+    n.requestReflection(2);
+    EXPECT_EQ(n.margin(), 6);
+    EXPECT_EQ(n.pooledBuffers(), 0);
+    n.requestReflection(9);
+    EXPECT_EQ(n.margin(), 9);
+}
+
+TEST(IncrRasterTest, CopyScanlineCopiesMarginsAndSlack)
+{
+    const int w = 9, m = 4;
+    CountingNode n(w, 3);
+    n.requestReflection(m);
+    n.refScanline(2);
+    const float* src = n.getScanline(2);
+    const int count = (w + 2 * m) + 16;
+    std::vector<float> dstBuf(count + 64, -7.0f);
+    float* dst = dstBuf.data() + m;
+    n.copyScanline(2, dst);
+    for (int i = -m; i < w + m + 16 - m; ++i)
+        EXPECT_EQ(murmex_test::floatBits(dst[i]), murmex_test::floatBits(src[i])) << i;
+    // Nothing beyond the element count is written.
+    EXPECT_EQ(dst[-m + count], -7.0f);
+    n.unrefScanline(2);
+}
+
+TEST(IncrRasterTest, CopyScanlineOfFourFloatPixelsCopiesOnlyThePlaneCount)
+{
+    const int w = 6, m = 2;
+    CountingNode n(w, 2, JIncrRaster::RGBX);
+    n.requestReflection(m);
+    n.refScanline(0);
+    const float* src = n.getScanline(0);
+    const int count = (w + 2 * m) + 16;  // deliberately not times four
+    std::vector<float> dstBuf(4 * (w + 2 * m) + 64, -7.0f);
+    float* dst = dstBuf.data() + 4 * m;
+    n.copyScanline(0, dst);
+    for (int i = 0; i < count; ++i)
+        EXPECT_EQ(dst[-4 * m + i], src[-4 * m + i]) << i;
+    EXPECT_EQ(dst[-4 * m + count], -7.0f);
+    n.unrefScanline(0);
+}
+
+TEST(IncrRasterTest, AvgScanlinesAveragesElementwise)
+{
+    const int w = 5, m = 3;
+    CountingNode n(w, 6);
+    n.requestReflection(m);
+    n.refScanline(1);
+    n.refScanline(4);
+    const float* a = n.getScanline(1);
+    const float* b = n.getScanline(4);
+    const int count = (w + 2 * m) + 16;
+    std::vector<float> dstBuf(count + 8);
+    float* dst = dstBuf.data() + m;
+    n.avgScanlines(1, 4, dst);
+    for (int i = 0; i < count; ++i)
+        EXPECT_EQ(dst[-m + i], (a[-m + i] + b[-m + i]) * 0.5f) << i;
+    EXPECT_EQ(dst[0], (CountingNode::value(0, 1, 0) + CountingNode::value(0, 4, 0)) * 0.5f);
+    n.unrefScanline(1);
+    n.unrefScanline(4);
+}
+
+TEST(IncrRasterTest, TurboAndDataTypeAreStored)
+{
+    CountingNode n(4, 4);
+    EXPECT_FALSE(n.turbo());
+    EXPECT_EQ(n.dataType(), JIncrRaster::Plane);
+    EXPECT_EQ(n.channels(), 1);
+    n.setTurbo(true);
+    EXPECT_TRUE(n.turbo());
+    n.setDataType(JIncrRaster::Pair);
+    EXPECT_EQ(n.channels(), 2);
+    CountingNode other(4, 4);
+    n.requireDataType(JIncrRaster::RGBX, other);  // documents only; never fails
+    EXPECT_EQ(static_cast<int>(JIncrRaster::RGBX), 1);
+    EXPECT_EQ(static_cast<int>(JIncrRaster::Pair), 2);
+}
