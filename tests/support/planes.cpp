@@ -54,4 +54,34 @@ std::vector<float> pullPlane(JIncrRaster& node)
     return plane;
 }
 
+::testing::AssertionResult allRowsReleased(JIncrRaster& node)
+{
+    for (int y = 0; y < node.height(); ++y) {
+        if (node.refCount(y) != 0)
+            return ::testing::AssertionFailure() << "row " << y << " holds " << node.refCount(y) << " references";
+        if (node.rowPresent(y))
+            return ::testing::AssertionFailure() << "row " << y << " still holds a buffer";
+    }
+    return ::testing::AssertionSuccess();
+}
+
+int mirroredRow(int y, int h)
+{
+    if (y >= 0 && y < h)
+        return y;
+    const int t = y < 0 ? -y : y + 1;
+    const int q = t / h;
+    const int s = t - q * h;
+    return q % 2 == 0 ? s : h - s - 1;
+}
+
+int mirroredColumn(int x, int w)
+{
+    if (x < 0)
+        return -x;
+    if (x > w - 1)
+        return (w - 1) - (x - (w - 1));
+    return x;
+}
+
 }  // namespace murmex_test

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 class JIncrRaster;
 
 namespace murmex_test {
@@ -20,5 +22,18 @@ std::vector<float> mixedPlane(int width, int height, uint32_t seed);
 // Rows 0..height-1 of the node, pixels 0..width-1 each (one float per pixel):
 // each row is referenced, fetched, copied and unreferenced.
 std::vector<float> pullPlane(JIncrRaster& node);
+
+// Succeeds when no row of the node holds a reference or a buffer.
+::testing::AssertionResult allRowsReleased(JIncrRaster& node);
+
+// The stored row that row index y reads in a raster of height h, written out
+// from the mirroring rule independently of the node code: inside 0..h-1 it is
+// y; outside, t = -y above or y + 1 below, q = t / h, s = t - q*h, and the row
+// is s for even q, h - s - 1 for odd q.
+int mirroredRow(int y, int h);
+
+// Column x of a row of width w with mirrored margins: pixel -i is pixel i and
+// pixel w-1+i is pixel w-1-i (for |offset| below w).
+int mirroredColumn(int x, int w);
 
 }  // namespace murmex_test

@@ -1,0 +1,30 @@
+#include "denoise/raster/add.h"
+
+#include "base/cpu_info.h"
+
+JIncrRaster_Add::JIncrRaster_Add(JIncrRaster& a, JIncrRaster& b)
+    : JIncrRaster(a.width(), a.height()), a_(a), b_(b)
+{
+    requireDataType(Plane, a);
+    requireDataType(Plane, b);
+}
+
+void JIncrRaster_Add::refInputs(int row)
+{
+    a_.refScanline(row);
+    b_.refScanline(row);
+}
+
+void JIncrRaster_Add::computeScanline(int row, float* out)
+{
+    if (JCPUInfo::SIMDSupported.load(std::memory_order_relaxed)) {
+        computeScanline_SIMD(row, out);
+        return;
+    }
+    const float* a = a_.getScanline(row);
+    const float* b = b_.getScanline(row);
+    for (int x = 0; x < width(); ++x)
+        out[x] = a[x] + b[x];
+    a_.unrefScanline(row);
+    b_.unrefScanline(row);
+}

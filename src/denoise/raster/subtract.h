@@ -1,0 +1,20 @@
+// JIncrRaster_Subtract: the pixel-wise difference of two planes, one of the
+// detail bands of the wavelet decomposition.
+//   out[x] = a[x] - b[x]
+// Width and height are those of a. The vector path gives the same rows.
+#pragma once
+
+#include "denoise/raster/incr_raster.h"
+
+class JIncrRaster_Subtract : public JIncrRaster {
+public:
+    JIncrRaster_Subtract(JIncrRaster& a, JIncrRaster& b);
+
+    void computeScanline(int row, float* out) override;
+    void refInputs(int row) override;
+    virtual void computeScanline_SIMD(int row, float* out);
+
+private:
+    JIncrRaster& a_;
+    JIncrRaster& b_;
+};
