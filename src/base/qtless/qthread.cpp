@@ -1,0 +1,65 @@
+#include "base/qtless/qthread.h"
+
+#include <cxxabi.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <exception>
+
+namespace qtless {
+
+QThread::~QThread()
+{
+    if (started_.load() && !joined_.load()) {
+        // Cancel first, then detach: once detached, a thread that ends at
+        // that moment frees its handle, and cancelling it would use a dead
+        // handle. The effect is the same: the thread is asked to stop and
+        // its resources are released when it does.
+        pthread_cancel(thread_);
+        pthread_detach(thread_);
+    }
+    started_ = 0;
+}
+
+int QThread::start(Priority p)
+{
+    (void)p;
+    const int rc = pthread_create(&thread_, nullptr, &QThread::entry, this);
+    if (rc == 0) {
+        joined_ = false;
+        started_ = 1;
+    }
+    return rc;
+}
+
+void* QThread::entry(void* self)
+{
+    try {
+        static_cast<QThread*>(self)->run();
+    } catch (abi::__forced_unwind&) {
+        // Cancellation unwinds the stack as an exception; it must go on.
+        throw;
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "Thread::run exception: %s\n", e.what());
+    } catch (...) {
+        std::fprintf(stderr, "Thread::run unknown exception\n");
+    }
+    return nullptr;
+}
+
+bool QThread::wait(unsigned long time)
+{
+    (void)time;
+    // Joining a thread that was never started or is already joined is
+    // undefined for POSIX; it is reported as the failure it would be.
+    int rc = ESRCH;
+    if (started_.load() && !joined_.load())
+        rc = pthread_join(thread_, nullptr);
+    if (rc == 0)
+        joined_ = true;
+    else
+        std::fprintf(stderr, "Thread::wait: error code: %i\n", rc);
+    return true;
+}
+
+}  // namespace qtless
