@@ -1,0 +1,56 @@
+#include "denoise/raster/to_rgb.h"
+
+#include "base/cpu_info.h"
+#include "base/ex.h"
+#include "base/qtless/qobject.h"
+
+JIncrRaster_ToRGB::JIncrRaster_ToRGB(JIncrRaster& y, JIncrRaster& cr, JIncrRaster& cb, JImageAdapter* destination,
+                                     int xStart, int xEnd, int leadIn)
+    : JIncrRaster(y.width(), y.height()),
+      destination_(destination),
+      xStart_(xStart),
+      xEnd_(xEnd),
+      leadIn_(leadIn),
+      y_(y),
+      cr_(cr),
+      cb_(cb)
+{
+    // The adapter reads xEnd - xStart + 1 pixels from pixel leadIn of the
+    // buffer; refuse a range that would make it read outside the buffer.
+    if (leadIn < 0 || xEnd - xStart + 1 > y.width() + 4)
+        throw JEx(qtless::QObject::tr("Output columns %1..%2 do not fit a strip of width %3 with lead-in %4")
+                      .arg(xStart)
+                      .arg(xEnd)
+                      .arg(y.width())
+                      .arg(leadIn));
+    pixels_.resize(static_cast<size_t>(leadIn) + y.width() + 4, JPixel{0, 0, 0, 0});
+    requireDataType(Plane, y);
+    requireDataType(Plane, cr);
+    requireDataType(Plane, cb);
+}
+
+void JIncrRaster_ToRGB::refInputs(int row)
+{
+    y_.refScanline(row);
+    cr_.refScanline(row);
+    cb_.refScanline(row);
+}
+
+void JIncrRaster_ToRGB::computeScanline(int row, float* out)
+{
+    if (JCPUInfo::SIMDSupported.load(std::memory_order_relaxed)) {
+        computeScanline_SIMD(row, out);
+        return;
+    }
+    const float* y = y_.getScanline(row);
+    const float* cr = cr_.getScanline(row);
+    const float* cb = cb_.getScanline(row);
+    JMutexLocker lock(pixelsMutex_);
+    const int n = width();
+    for (int x = 0; x < n; ++x)
+        pixels_[x].fromYCrCb(y[x], cr[x], cb[x]);
+    destination_->putScanline(row, xStart_, xEnd_, reinterpret_cast<const unsigned short*>(pixels_.data() + leadIn_));
+    y_.unrefScanline(row);
+    cr_.unrefScanline(row);
+    cb_.unrefScanline(row);
+}

@@ -1,0 +1,40 @@
+// JIncrRaster_ToRGB: the writing end of a strip. Pulling row r joins row r of
+// the Y, Cr and Cb planes into 16-bit pixels and stores them:
+//   pixel[x] = JPixel::fromYCrCb(Y[x], Cr[x], Cb[x])   (clamped, truncated, x = 65535)
+//   destination->putScanline(r, xStart, xEnd, pixel + leadIn)
+// The first leadIn pixels of a strip row (its overlap with the previous strip)
+// are not written. The node's own row is left untouched: the write is the work.
+#pragma once
+
+#include <vector>
+
+#include "base/image_adapter.h"
+#include "base/mutex.h"
+#include "color/pixel.h"
+#include "denoise/raster/incr_raster.h"
+
+class JIncrRaster_ToRGB : public JIncrRaster {
+public:
+    // Width and height of y. The planes and the adapter are not owned. Throws
+    // JEx when xStart..xEnd holds more pixels than the strip row from leadIn
+    // on (plus the buffer's four spare pixels), or when leadIn is negative.
+    JIncrRaster_ToRGB(JIncrRaster& y, JIncrRaster& cr, JIncrRaster& cb, JImageAdapter* destination, int xStart,
+                      int xEnd, int leadIn);
+
+    void computeScanline(int row, float* out) override;
+    void refInputs(int row) override;
+    // The same pixels as the scalar path, several at a time.
+    virtual void computeScanline_SIMD(int row, float* out);
+
+private:
+    JImageAdapter* destination_;
+    int xStart_;
+    int xEnd_;
+    int leadIn_;
+    // leadIn + width + 4 pixels; one row at a time is built and written.
+    std::vector<JPixel> pixels_;
+    JMutex pixelsMutex_;
+    JIncrRaster& y_;
+    JIncrRaster& cr_;
+    JIncrRaster& cb_;
+};
