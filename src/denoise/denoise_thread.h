@@ -1,0 +1,55 @@
+// JDenoiseThread: a long-lived worker of the denoise driver. The driver posts
+// one request at a time (a node and a range of rows); the worker pulls those
+// rows of the node, releases each, and replies. Requests and replies pass
+// through two one-slot signals, so a post must always be followed by
+// waitForReply() before the next post.
+#pragma once
+
+#include <atomic>
+#include <exception>
+
+#include "base/mutex.h"
+#include "base/qtless/qthread.h"
+#include "denoise/one_slot_signal.h"
+
+class JIncrRaster;
+
+class JDenoiseThread : public qtless::QThread {
+public:
+    // Starts the thread at low priority when `background` is true, at normal
+    // priority otherwise; it then waits for its first request.
+    explicit JDenoiseThread(bool background);
+    // stop(); errors on this path are printed to standard error and go no further.
+    ~JDenoiseThread() override;
+
+    // Posts the stop request unless the thread has already stopped, then
+    // joins the thread (once).
+    void stop();
+
+    // Rows first..last of `raster` (an empty range when first > last). A null
+    // raster asks the worker to stop.
+    void postRequest(JIncrRaster* raster, int first, int last);
+    // Waits for the reply to the last request. A row evaluation that threw on
+    // the worker is rethrown here, on the driver's thread, so that it reaches
+    // the entry point instead of leaving the driver waiting for ever.
+    void waitForReply();
+
+    bool stopped() const { return stopped_.load(std::memory_order_acquire); }
+    // Requests posted so far, the stop request included.
+    int requestsPosted() const { return posts_.load(std::memory_order_relaxed); }
+
+protected:
+    void run() override;
+
+private:
+    JMutex requestLock_;
+    JOneSlotSignal request_;
+    JOneSlotSignal reply_;
+    JIncrRaster* raster_ = nullptr;
+    int first_ = 0;
+    int last_ = 0;
+    std::exception_ptr error_;  // guarded by requestLock_
+    std::atomic<bool> stopped_{false};
+    std::atomic<int> posts_{0};
+    bool joined_ = false;
+};

@@ -1,0 +1,142 @@
+#include "denoise/denoise_thread.h"
+
+#include <atomic>
+#include <memory>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "denoise/raster/incr_raster.h"
+
+namespace {
+
+// Row y holds y in every pixel; counts computations per row.
+class RowNode : public JIncrRaster {
+public:
+    RowNode(int w, int h, int throwAt = -1) : JIncrRaster(w, h), computed(h), throwAt_(throwAt)
+    {
+        for (auto& c : computed)
+            c = 0;
+    }
+    void refInputs(int) override {}
+    void computeScanline(int row, float* out) override
+    {
+        if (row == throwAt_)
+            throw std::runtime_error("row failed");
+        ++computed[row];
+        for (int x = 0; x < width(); ++x)
+            out[x] = static_cast<float>(row);
+    }
+    std::vector<std::atomic<int>> computed;
+
+private:
+    int throwAt_;
+};
+
+}  // namespace
+
+TEST(DenoiseThreadThreadTest, WorkerThatNeverGotARequestStopsPromptlyOnDestruction)
+{
+    auto worker = std::make_unique<JDenoiseThread>(false);
+    worker.reset();  // returns only once the thread has taken the stop request
+    SUCCEED();
+}
+
+TEST(DenoiseThreadThreadTest, EmptyRangeRepliesWithoutTouchingTheRaster)
+{
+    RowNode node(4, 10);
+    node.refScanline(5);
+    JDenoiseThread worker(true);
+    worker.postRequest(&node, 6, 5);
+    worker.waitForReply();
+    for (int y = 0; y < 10; ++y)
+        EXPECT_EQ(node.computed[y].load(), 0);
+    EXPECT_EQ(node.refCount(5), 1);
+}
+
+TEST(DenoiseThreadThreadTest, WorkerThatAlreadyStoppedIsNotAskedAgain)
+{
+    JDenoiseThread worker(false);
+    worker.postRequest(nullptr, -1, -1);
+    while (!worker.stopped())
+        std::this_thread::yield();
+    worker.stop();
+    EXPECT_EQ(worker.requestsPosted(), 1);
+    worker.stop();
+    EXPECT_EQ(worker.requestsPosted(), 1);
+}
+
+TEST(DenoiseThreadThreadTest, StopPostsOneStopRequestAndEndsTheThread)
+{
+    auto worker = std::make_unique<JDenoiseThread>(false);
+    RowNode node(3, 4);
+    worker->postRequest(&node, 0, 1);
+    worker->waitForReply();
+    worker->stop();
+    EXPECT_TRUE(worker->stopped());
+    EXPECT_EQ(worker->requestsPosted(), 2);
+    worker.reset();
+}
+
+TEST(DenoiseThreadThreadTest, WorkerEvaluatesAndReleasesEachRowOfTheRange)
+{
+    const int h = 20;
+    RowNode node(5, h);
+    for (int y = 0; y < h; ++y)
+        node.refScanline(y);
+    JDenoiseThread worker(false);
+    worker.postRequest(&node, 3, 11);
+    worker.waitForReply();
+    for (int y = 0; y < h; ++y) {
+        const bool inRange = y >= 3 && y <= 11;
+        EXPECT_EQ(node.computed[y].load(), inRange ? 1 : 0) << y;
+        EXPECT_EQ(node.refCount(y), inRange ? 0 : 1) << y;
+        EXPECT_FALSE(node.rowPresent(y)) << y;
+    }
+}
+
+TEST(DenoiseThreadThreadTest, WorkersShareOneGraphBatchByBatch)
+{
+    const int h = 97;
+    RowNode node(8, h);
+    for (int y = 0; y < h; ++y)
+        node.refScanline(y);
+    std::vector<std::unique_ptr<JDenoiseThread>> workers;
+    for (int i = 0; i < 3; ++i)
+        workers.push_back(std::make_unique<JDenoiseThread>(i == 0));
+    const int perThread = 7;
+    int row = 0;
+    while (row < h) {
+        for (auto& w : workers) {
+            const int first = row;
+            const int last = std::min(row + perThread, h) - 1;
+            w->postRequest(&node, first, last);
+            row = last + 1;
+        }
+        for (auto& w : workers)
+            w->waitForReply();
+    }
+    for (int y = 0; y < h; ++y) {
+        EXPECT_EQ(node.computed[y].load(), 1) << y;
+        EXPECT_EQ(node.refCount(y), 0) << y;
+    }
+}
+
+TEST(DenoiseThreadThreadTest, RowFailureIsRethrownOnTheWaitingThread)
+{
+    RowNode node(4, 8, 5);
+    for (int y = 0; y < 8; ++y)
+        node.refScanline(y);
+    JDenoiseThread worker(false);
+    worker.postRequest(&node, 0, 7);
+    EXPECT_THROW(worker.waitForReply(), std::runtime_error);
+    // The worker goes on serving requests afterwards.
+    RowNode other(4, 4);
+    for (int y = 0; y < 4; ++y)
+        other.refScanline(y);
+    worker.postRequest(&other, 0, 3);
+    EXPECT_NO_THROW(worker.waitForReply());
+    EXPECT_EQ(other.computed[3].load(), 1);
+}
