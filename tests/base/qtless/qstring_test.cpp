@@ -1,6 +1,8 @@
 #include "base/qtless/qobject.h"
 #include "base/qtless/qstring.h"
 
+#include <cstdio>
+#include <limits>
 #include <stdexcept>
 
 #include <gtest/gtest.h>
@@ -55,6 +57,11 @@ TEST(QStringTest, NumberFormatsLikePrintf)
     char buf[64];
     std::snprintf(buf, sizeof buf, "%f", 1.0 / 0.0);
     EXPECT_EQ(QString::number(1.0 / 0.0), QString(buf));
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    std::snprintf(buf, sizeof buf, "%f", nan);
+    EXPECT_EQ(QString::number(nan), QString(buf));
+    std::snprintf(buf, sizeof buf, "%f", -1.0 / 0.0);
+    EXPECT_EQ(QString::number(-1.0 / 0.0), QString(buf));
 }
 
 TEST(QStringTest, SprintfReturnsNewStringAndLeavesReceiverUnchanged)
