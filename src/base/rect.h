@@ -3,6 +3,7 @@
 #pragma once
 
 #include <algorithm>
+#include <type_traits>
 
 template <class T>
 class JRect {
@@ -12,7 +13,16 @@ public:
 
     T width() const { return right - left; }
     T height() const { return bottom - top; }
-    T area() const { return width() * height(); }
+    // No overflow check. For integers the product is formed in 64 bits and
+    // wrapped back to T, so an oversized rectangle gives a wrong area rather
+    // than undefined behaviour.
+    T area() const
+    {
+        if constexpr (std::is_integral_v<T>)
+            return static_cast<T>(static_cast<long long>(width()) * static_cast<long long>(height()));
+        else
+            return width() * height();
+    }
 
     void scale(T s)
     {
