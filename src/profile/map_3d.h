@@ -37,6 +37,8 @@ public:
     float getCellValue(int index) const;
     void setCellValue(int index, float value);
     int getCellCount(int index) const;
+    // The 512 values in index order, for vector paths that gather from them.
+    const float* cellValues() const { return values_; }
 
     // Cell coordinate 0..7 of one coordinate value.
     static int cellCoord(float c);
