@@ -2,6 +2,9 @@
 // pixels one at a time as in the scalar path (no vector reads past the row's
 // end, which a Constant input does not allow). One rounded addition per pixel
 // either way, so the rows are bit-identical to the scalar ones.
+// Measured (bench/arithmetic_bench.cpp, 2048 x 256, shared 2-core AVX-512
+// build machine, CPU time): scalar 85 us, AVX2 79 us, AVX-512 80 us; the row
+// is memory-bound, so the gain is small.
 #include <immintrin.h>
 
 #include "base/cpu_info.h"

@@ -3,6 +3,10 @@
 // fused onto the product), so the rows are bit-identical. The remaining
 // pixels are blended one at a time (no vector reads past the row's end, which
 // a Constant input does not allow).
+// Measured (bench/arithmetic_bench.cpp, 2048 x 256, shared 2-core AVX-512
+// build machine, CPU time): scalar 792 us, AVX2 115 us, AVX-512 113 us; the
+// generic x86-64 build has no fused multiply-add instruction, so the scalar
+// fmaf goes through the C library.
 #include <immintrin.h>
 
 #include <cmath>

@@ -3,6 +3,11 @@
 // Constant, whose row has only four floats of slack, so no vector reads past
 // the end). A subtraction is exact to one rounding either way, so the rows are
 // bit-identical to the scalar ones.
+// Measured (bench/arithmetic_bench.cpp, 2048 x 256, shared 2-core AVX-512
+// build machine, CPU time): scalar 86 us, AVX2 81 us, AVX-512 81 us. The row
+// is memory-bound and the compiler already vectorises the scalar loop, so the
+// gain is small; the path exists so that every node of the rebuild chain
+// stays on the vector units.
 #include <immintrin.h>
 
 #include "base/cpu_info.h"

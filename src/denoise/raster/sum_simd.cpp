@@ -1,8 +1,12 @@
 // Vector path of JIncrRaster_Sum: 16 or 8 pixels at a time, each vector of
 // pixels accumulated over all inputs in array order while it sits in a
 // register (one pass over the output instead of one per input). The remaining
-// pixels are summed one at a time. The additions per pixel are the scalar
-// path's, in the same order, so the rows are bit-identical.
+// pixels, and whole rows when no vector level is on, go as in the scalar path.
+// The additions per pixel are the scalar path's, in the same order, so the
+// rows are bit-identical.
+// Measured (bench/arithmetic_bench.cpp, five 2048 x 256 planes, shared 2-core
+// AVX-512 build machine, CPU time): scalar 327 us, AVX2 150 us, AVX-512 171 us,
+// from reading and writing the output once instead of once per input.
 #include <immintrin.h>
 
 #include <vector>
@@ -52,12 +56,14 @@ void JIncrRaster_Sum::computeScanline_SIMD(int row, float* out)
         x = sumAVX512(rows.data(), count, out, n);
     else if (JCPUInfo::useSIMD(JCPUInfo::AVX2))
         x = sumAVX2(rows.data(), count, out, n);
-    for (; x < n; ++x) {
-        float s = rows[0][x];
-        for (int i = 1; i < count; ++i)
-            s += rows[i][x];
-        out[x] = s;
-    }
+    // The rest as in the scalar path: a copy of the first input, then one pass
+    // per further input (same additions per pixel, same order).
+    const int tail = x;
+    for (x = tail; x < n; ++x)
+        out[x] = rows[0][x];
+    for (int i = 1; i < count; ++i)
+        for (x = tail; x < n; ++x)
+            out[x] += rows[i][x];
     for (JIncrRaster* in : inputs_)
         in->unrefScanline(row);
 }
