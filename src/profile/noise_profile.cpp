@@ -1,5 +1,6 @@
 #include "profile/noise_profile.h"
 
+#include "base/path_info.h"
 #include "color/color_palette.h"
 #include "color/lab_coord.h"
 #include "filter/noise_filter_settings.h"
@@ -76,11 +77,9 @@ void JNoiseProfile::addSample(const JNoiseSample& s)
 
 void JNoiseProfile::setPath(const qtless::QString& path)
 {
-    const std::string& p = path.toStdString();
-    size_t cut = p.rfind('/');
-    cut = cut == std::string::npos ? 0 : cut + 1;
-    directory_ = qtless::QString(p.substr(0, cut));
-    name_ = qtless::QString(p.substr(cut));
+    PathInfo info;
+    directory_ = qtless::QString(info.getDirectory(path));
+    name_ = qtless::QString(info.getName(path));
 }
 
 void JNoiseProfile::buildProfile()

@@ -1,10 +1,8 @@
 #include "filter/noise_filter_settings.h"
 
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -13,6 +11,7 @@
 #include "base/qtless/qdatastream.h"
 #include "color/color_palette.h"
 #include "profile/noise_profile.h"
+#include "support/temp_dir.h"
 
 namespace {
 
@@ -621,9 +620,8 @@ TEST(NoiseFilterSettingsTest, SampleVectorGrowsWithDefaultSamples)
 
 TEST(NoiseFilterSettingsTest, SaveAndLoadThroughAFile)
 {
-    char dir[] = "/tmp/murmex_settings_XXXXXX";
-    ASSERT_NE(mkdtemp(dir), nullptr);
-    std::string path = std::string(dir) + "/settings.dat";
+    murmex_test::TempDir dir;
+    std::string path = dir.file("settings.dat");
     JNoiseFilterSettings f;
     f.setStrength(2, 0.33f);
     f.setLowFreqFlag(true);
@@ -637,9 +635,6 @@ TEST(NoiseFilterSettingsTest, SaveAndLoadThroughAFile)
     EXPECT_TRUE(g.getLowFreqFlag());
     EXPECT_EQ(g.getSample(5).factor[0], 0.4f);
     EXPECT_TRUE(written(g) == written(f));
-
-    std::remove(path.c_str());
-    rmdir(dir);
 }
 
 TEST(NoiseFilterSettingsTest, LoadOfMissingDirectoryThrows)
