@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,9 @@
 #include "denoise/raster/adapter_to_rgbx.h"
 #include "denoise/raster/rgbx_to_ycrcb.h"
 #include "denoise/raster/to_rgb.h"
+#include "denoise/raster/variance.h"
+#include "denoise/raster/variance_step_abs.h"
+#include "denoise/raster/wavelet.h"
 #include "filter/noise_filter_settings.h"
 #include "profile/noise_profile.h"
 #include "support/memory_image.h"
@@ -382,5 +386,81 @@ TEST_F(DenoiseTest, ResultIsBitIdenticalAcrossThreadsBatchesAndVectorPaths)
             }
             JDenoise::rows_per_thread_override = -1;
         });
+    }
+}
+
+namespace {
+
+// Noise energy per channel and level that the shrink nodes see for Gaussian
+// noise of `sigma` on a flat mid-grey: the mean of the driver's own energy
+// nodes over a pure-noise image.
+void calibrateNoise(JNoiseFilterSettings& settings, double sigma)
+{
+    const int w = 256, h = 256;
+    MemoryImage flat(w, h);
+    flat.fill(30000, 30000, 30000);
+    murmex_test::addNoise(flat, sigma, 99);
+    JIncrRaster_AdapterToRGBX reader(&flat, 0, w - 1);
+    for (int ch = 0; ch < 3; ++ch) {
+        JIncrRaster_RGBXToYCrCb channel(&reader, static_cast<JImageLib::YCrCbIndex>(ch));
+        JIncrRaster* bands[5];
+        JIncrRaster* lows[5];
+        buildIncrWavelet(&channel, 5, bands, lows);
+        for (int l = 0; l < 5; ++l) {
+            std::unique_ptr<JIncrRaster> energy;
+            if (ch == 0)
+                energy = std::make_unique<JIncrRaster_Variance>(*bands[l], 4);
+            else
+                energy = std::make_unique<JIncrRaster_VarianceStepAbs>(*bands[l], 2, l + 1);
+            double sum = 0.0;
+            for (int y = 0; y < h; ++y)
+                energy->refScanline(y);
+            for (int y = 0; y < h; ++y) {
+                const float* row = energy->getScanline(y);
+                for (int x = 0; x < w; ++x)
+                    sum += row[x];
+                energy->unrefScanline(y);
+            }
+            const float n = static_cast<float>(sum / (static_cast<double>(w) * h));
+            for (int i = 0; i < J3DMap::kCells; ++i)
+                settings.getNoiseMap(ch, l).setCellValue(i, n);
+        }
+        for (int l = 0; l < 5; ++l) {
+            delete bands[l];
+            delete lows[l];
+        }
+    }
+}
+
+}  // namespace
+
+TEST_F(DenoiseTest, MatchingNoiseMapsRaisePsnrAndKeepTheStepEdge)
+{
+    const int w = 400, h = 300;
+    const double sigma = 2500.0;
+    const MemoryImage clean = murmex_test::makeScene(w, h);
+    MemoryImage noisy = clean;
+    murmex_test::addNoise(noisy, sigma, 21);
+    JNoiseFilterSettings settings;
+    calibrateNoise(settings, sigma);
+    for (int ch = 0; ch < 3; ++ch)
+        settings.setStrength(ch, 1.0f);
+    settings.setUSMAmount(0.0f);
+    const MemoryImage out = run(noisy, settings, 2);
+    const double before = murmex_test::psnr(noisy, clean);
+    const double after = murmex_test::psnr(out, clean);
+    RecordProperty("psnr_before", std::to_string(before));
+    RecordProperty("psnr_after", std::to_string(after));
+    EXPECT_GE(after - before, 4.0) << "before " << before << " dB, after " << after << " dB";
+
+    // The hard step at x = w/2 (rows h/3..2h/3) stays within two pixels: the
+    // green channel crosses the middle of the step between x - 2 and x + 1.
+    const int edge = w / 2;
+    for (int y = h / 3 + 8; y < 2 * h / 3 - 8; y += 7) {
+        const double lo = clean.at(edge - 1, y, 1);
+        const double hi = clean.at(edge, y, 1);
+        const double mid = (lo + hi) / 2;
+        EXPECT_LT(out.at(edge - 3, y, 1), mid) << y;
+        EXPECT_GT(out.at(edge + 2, y, 1), mid) << y;
     }
 }
