@@ -140,12 +140,13 @@ float* JIncrRaster::getScanline(int row)
 void JIncrRaster::refScanline(int row)
 {
     const int r = mirrorRow(row);
-    int old;
-    {
-        JMutexLocker lock(mutex_);
-        old = rows_[r].count++;
-    }
-    if (old == 0)
+    // refInputs runs before the lock is released: otherwise a second thread
+    // could reference the row and compute it while its input rows are not yet
+    // referenced, and that computation's unrefs would release rows that other
+    // consumers still read. It only takes references (upstream locks, and this
+    // recursive one again for turbo rows), so no row is computed under the lock.
+    JMutexLocker lock(mutex_);
+    if (rows_[r].count++ == 0)
         refInputs(r);
 }
 
