@@ -1,16 +1,24 @@
 #include "denoise/raster/wavelet.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <memory>
+#include <random>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "base/ex.h"
+#include "denoise/raster/adapter_to_rgbx.h"
 #include "denoise/raster/directed_blur.h"
 #include "denoise/raster/flex_blur.h"
+#include "denoise/raster/rgbx_to_ycrcb.h"
 #include "denoise/raster/subtract.h"
 #include "denoise/raster/sum.h"
 #include "support/bits.h"
+#include "support/memory_image.h"
 #include "support/plane_node.h"
 #include "support/planes.h"
 
@@ -183,6 +191,123 @@ TEST(WaveletTest, FiveLevelsSumBackToTheInputAndReleaseEveryRow)
         EXPECT_TRUE(murmex_test::allRowsReleased(*wt.details[k])) << "details " << k;
         EXPECT_TRUE(murmex_test::allRowsReleased(*wt.smooth[k])) << "smooth " << k;
     }
+}
+
+// The deep graph of a strip's analysis and rebuild: an image adapter, its float
+// RGBX rows, the three YCrCb planes, a five-level decomposition of each and
+// the Sum that adds each plane's details back onto its coarsest smooth plane.
+struct ChannelGraph {
+    explicit ChannelGraph(murmex_test::MemoryImage& image)
+        : rgbx(&image, 0, image.width() - 1)
+    {
+        for (int c = 0; c < 3; ++c) {
+            planes[c] = std::make_unique<JIncrRaster_RGBXToYCrCb>(&rgbx, static_cast<JImageLib::YCrCbIndex>(c));
+            wavelets[c] = std::make_unique<Wavelet>(*planes[c], 5);
+            std::vector<JIncrRaster*> parts(wavelets[c]->details);
+            parts.push_back(wavelets[c]->smooth[4]);
+            sums[c] = std::make_unique<JIncrRaster_Sum>(parts.data(), static_cast<int>(parts.size()));
+        }
+    }
+    std::vector<JIncrRaster*> nodes()
+    {
+        std::vector<JIncrRaster*> all{&rgbx};
+        for (int c = 0; c < 3; ++c) {
+            all.push_back(planes[c].get());
+            all.insert(all.end(), wavelets[c]->details.begin(), wavelets[c]->details.end());
+            all.insert(all.end(), wavelets[c]->smooth.begin(), wavelets[c]->smooth.end());
+            all.push_back(sums[c].get());
+        }
+        return all;
+    }
+
+    JIncrRaster_AdapterToRGBX rgbx;
+    std::unique_ptr<JIncrRaster_RGBXToYCrCb> planes[3];
+    std::unique_ptr<Wavelet> wavelets[3];
+    std::unique_ptr<JIncrRaster_Sum> sums[3];
+};
+
+TEST(WaveletThreadTest, FourThreadsPullingInterleavedRowsMatchOneThread)
+{
+    const int w = 77, h = 53;
+    murmex_test::MemoryImage image(w, h);
+    std::mt19937 rng(4242);
+    std::uniform_int_distribution<int> sample(0, 65535);
+    for (uint16_t& v : image.data())
+        v = static_cast<uint16_t>(sample(rng));
+
+    std::vector<float> expected[3];
+    {
+        ChannelGraph single(image);
+        for (int c = 0; c < 3; ++c)
+            expected[c] = pullPlane(*single.sums[c]);
+    }
+
+    ChannelGraph graph(image);
+    const int threads = 4;
+    const int rounds = 6;
+    // Each thread's own copy of the three planes, rewritten every round.
+    std::vector<std::vector<float>> results(threads * rounds * 3, std::vector<float>(static_cast<size_t>(w) * h));
+    auto worker = [&](int t) {
+        for (int round = 0; round < rounds; ++round) {
+            std::vector<float>* out = &results[(t * rounds + round) * 3];
+            if (round % 2 == 0) {
+                // Like the workers of a strip: rows t, t + 4, ... in batches of
+                // three, all referenced before any is fetched.
+                for (int first = t; first < h; first += 3 * threads) {
+                    std::vector<int> batch;
+                    for (int y = first; y < h && batch.size() < 3; y += threads)
+                        batch.push_back(y);
+                    for (int y : batch)
+                        for (auto& sum : graph.sums)
+                            sum->refScanline(y);
+                    for (int y : batch)
+                        for (int c = 0; c < 3; ++c) {
+                            const float* row = graph.sums[c]->getScanline(y);
+                            std::copy(row, row + w, out[c].begin() + static_cast<size_t>(y) * w);
+                        }
+                    for (int y : batch)
+                        for (auto& sum : graph.sums)
+                            sum->unrefScanline(y);
+                }
+            } else {
+                // Every row, from a different start per thread and round, with a
+                // stride coprime to the height: threads meet on the same rows.
+                const int start = (t * h / threads + round * 7) % h;
+                for (int i = 0; i < h; ++i) {
+                    const int y = (start + i * 5) % h;
+                    for (int c = 0; c < 3; ++c) {
+                        graph.sums[c]->refScanline(y);
+                        const float* row = graph.sums[c]->getScanline(y);
+                        std::copy(row, row + w, out[c].begin() + static_cast<size_t>(y) * w);
+                        graph.sums[c]->unrefScanline(y);
+                    }
+                }
+            }
+        }
+    };
+    std::vector<std::thread> pool;
+    for (int t = 0; t < threads; ++t)
+        pool.emplace_back(worker, t);
+    for (std::thread& th : pool)
+        th.join();
+
+    for (int t = 0; t < threads; ++t) {
+        for (int round = 0; round < rounds; ++round) {
+            const bool partitioned = round % 2 == 0;
+            for (int c = 0; c < 3; ++c) {
+                const std::vector<float>& got = results[(t * rounds + round) * 3 + c];
+                for (int y = 0; y < h; ++y) {
+                    if (partitioned && y % threads != t)
+                        continue;
+                    ASSERT_TRUE(murmex_test::sameBits(&expected[c][static_cast<size_t>(y) * w],
+                                                      &got[static_cast<size_t>(y) * w], w))
+                        << "thread " << t << " round " << round << " channel " << c << " row " << y;
+                }
+            }
+        }
+    }
+    for (JIncrRaster* node : graph.nodes())
+        EXPECT_TRUE(murmex_test::allRowsReleased(*node));
 }
 
 }  // namespace
