@@ -1,6 +1,8 @@
 #include "denoise/raster/box_blur.h"
 
+#include <algorithm>
 #include <cmath>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -212,4 +214,43 @@ TEST(BoxBlurTest, TurboOddRowReferencesItsOwnNeighbourRowsNotTheInput)
     EXPECT_TRUE(murmex_test::allRowsReleased(node));
     EXPECT_TRUE(murmex_test::allRowsReleased(input));
     EXPECT_EQ(input.computeCount(5), 1);
+}
+
+TEST(BoxBlurThreadTest, FourThreadsPullingInterleavedRowsMatchASingleThreadedPull)
+{
+    const int w = 37, h = 24;
+    const auto plane = murmex_test::randomPlane(w, h, 404, -1.0f, 1.0f);
+    for (bool turbo : {false, true}) {
+        std::vector<float> expected;
+        {
+            PlaneNode input(w, h, plane);
+            JIncrRaster_BoxBlur node(input, 3);
+            node.setTurbo(turbo);
+            expected = murmex_test::pullPlane(node);
+        }
+        PlaneNode input(w, h, plane);
+        JIncrRaster_BoxBlur node(input, 3);
+        node.setTurbo(turbo);
+        std::vector<float> got(w * h);
+        std::vector<std::thread> threads;
+        for (int t = 0; t < 4; ++t) {
+            threads.emplace_back([&, t] {
+                for (int pass = 0; pass < 20; ++pass) {
+                    for (int i = 0; i < h; ++i) {
+                        const int y = (i * 5 + t * 7 + pass) % h;
+                        node.refScanline(y);
+                        const float* row = node.getScanline(y);
+                        if (t == 0)
+                            std::copy(row, row + w, got.begin() + y * w);
+                        node.unrefScanline(y);
+                    }
+                }
+            });
+        }
+        for (auto& th : threads)
+            th.join();
+        EXPECT_TRUE(murmex_test::sameBits(expected.data(), got.data(), w * h)) << "turbo " << turbo;
+        EXPECT_TRUE(murmex_test::allRowsReleased(node));
+        EXPECT_TRUE(murmex_test::allRowsReleased(input));
+    }
 }
