@@ -34,13 +34,3 @@ TEST(MutexThreadTest, NestedLocksSerialiseThreads)
         t.join();
     EXPECT_EQ(counter, 20000);
 }
-
-TEST(MutexThreadTest, UnlockFromAnotherThreadIsRefused)
-{
-    JMutex m;
-    m.lock();
-    int rc = 0;
-    std::thread([&] { rc = m.unlock(); }).join();
-    EXPECT_EQ(rc, EPERM);
-    m.unlock();
-}
