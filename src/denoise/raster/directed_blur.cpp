@@ -62,14 +62,14 @@ void JIncrRaster_DirectedBlur::computeScanline(int row, float* out)
         return;
     }
     const InputRows in = fetchInputRows(row);
-    blurPixels(in, spacing_, 0, width(), out);
+    blurPixels(in, spacing_, width(), out);
     releaseInputRows(row);
 }
 
-void JIncrRaster_DirectedBlur::blurPixels(const InputRows& in, int s, int x0, int x1, float* out)
+void JIncrRaster_DirectedBlur::blurPixels(const InputRows& in, int s, int width, float* out)
 {
     const float* mid = in.r[2];
-    for (int x = x0; x < x1; ++x) {
+    for (int x = 0; x < width; ++x) {
         const float c = mid[x];
 
         // Absolute differences from the centre along four lines through it.

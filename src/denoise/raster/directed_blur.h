@@ -37,8 +37,8 @@ private:
     void releaseInputRows(int row);
     void averageOwnRows(int row, float* out);
 
-    // The scalar row formula over pixels x0 .. x1 - 1.
-    static void blurPixels(const InputRows& in, int s, int x0, int x1, float* out);
+    // The scalar row formula over pixels 0 .. width - 1.
+    static void blurPixels(const InputRows& in, int s, int width, float* out);
 
     JIncrRaster* input_;
     int spacing_;

@@ -238,6 +238,6 @@ void JIncrRaster_DirectedBlur::computeScanline_SIMD(int row, float* out)
     else if (JCPUInfo::useSIMD(JCPUInfo::AVX2))
         blurRowAVX2(in.r, spacing_, width(), out);
     else
-        blurPixels(in, spacing_, 0, width(), out);
+        blurPixels(in, spacing_, width(), out);
     releaseInputRows(row);
 }

@@ -13,8 +13,9 @@ class JIncrRaster;
 
 // Fills details[0 .. levels - 1] and smooth[0 .. levels - 1] with new nodes
 // that the caller owns (and deletes, along with the arrays). Creates nothing
-// when levels <= 0. Level 31 and deeper would need spacings beyond an int:
-// spacing 2^31 throws JEx and from level 32 on the spacing is 0.
+// when levels <= 0. From level 30 on a spacing's margin 2s + 4 no longer
+// fits in an int: the smoothing node throws JEx, and the nodes built so far
+// are deleted and their entries set to null.
 void buildIncrWavelet(JIncrRaster* input, int levels, JIncrRaster** details, JIncrRaster** smooth);
 
 // The smoothing kernel buildIncrWavelet uses: 0, the default, selects
