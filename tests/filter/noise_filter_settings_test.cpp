@@ -642,3 +642,15 @@ TEST(NoiseFilterSettingsTest, LoadOfMissingDirectoryThrows)
     JNoiseFilterSettings f;
     EXPECT_THROW(f.load("/nonexistent-murmex-dir/x/settings.dat"), JEx);
 }
+
+TEST(NoiseFilterSettingsTest, Versions4761And4864ReadLike4664)
+{
+    Sample s{20.0f, -5.0f, 7.0f, {0.9f, 0.8f, 0.7f}, {0.6f, 0.5f, 0.4f}, {JLabCoord(4.0f, 5.0f, 6.0f)}};
+    JNoiseFilterSettings ref;
+    readInto(ref, customStream(4664, 0.4f, 0, 1, 12, {s}));
+    for (uint32_t version : {4761u, 4864u}) {
+        JNoiseFilterSettings f;
+        readInto(f, customStream(version, 0.4f, 0, 1, 12, {s}));
+        EXPECT_TRUE(written(f) == written(ref)) << "version " << version;
+    }
+}
