@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   g++ make cmake pkg-config
   googletest libgtest-dev libgmock-dev libbenchmark-dev
-  clang ccache
+  clang libclang-rt-14-dev ccache
 )
 
 missing=()
