@@ -339,3 +339,31 @@ TEST(ShrinkTest, VectorPathsMatchTheScalarPathBitForBit)
         }
     }
 }
+
+TEST(ShrinkTest, TurboFlagLeavesEveryRowComputedInFull)
+{
+    // Shrink has no turbo form: with the flag set, odd rows are still shrunk
+    // from their own inputs on every path.
+    const int w = 19, h = 6;
+    const Planes p = awkwardPlanes(w, h, 900);
+    J3DMap noise = randomMap(901, 0.0f, 0.03f);
+    std::vector<float> reference;
+    murmex_test::forEachSIMDPath([&](const murmex_test::SIMDPath& path) {
+        ShrinkGraph plain(w, h, p, noise, nullptr);
+        ShrinkGraph turbo(w, h, p, noise, nullptr);
+        for (JIncrRaster* n : {static_cast<JIncrRaster*>(&turbo.shrink), static_cast<JIncrRaster*>(&turbo.a),
+                               static_cast<JIncrRaster*>(&turbo.v)})
+            n->setTurbo(true);
+        plain.shrink.setThreshold(0.3f);
+        turbo.shrink.setThreshold(0.3f);
+        const std::vector<float> a = pullWithEdges(plain.shrink);
+        const std::vector<float> b = pullWithEdges(turbo.shrink);
+        EXPECT_TRUE(murmex_test::sameBits(a.data(), b.data(), static_cast<int>(a.size()))) << path.name();
+        if (!path.enabled)
+            reference = b;
+        else
+            EXPECT_TRUE(murmex_test::sameBits(reference.data(), b.data(), static_cast<int>(b.size()))) << path.name();
+        for (int y = 0; y < h; ++y)
+            EXPECT_GE(turbo.a.computeCount(y), 1) << path.name() << " row " << y;
+    });
+}
