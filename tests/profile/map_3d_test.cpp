@@ -157,12 +157,12 @@ TEST(Map3DTest, IndexOfSIMDMatchesIndexOfLaneByLane)
 {
     std::mt19937 rng(1234);
     std::uniform_real_distribution<float> dist(-2.0f, 3.0f);
-    const float specials[] = {0.0f, 1.0f, 0.125f, -0.5f, 1.2f, 1e20f, -1e20f,
+    const float unusual[] = {0.0f, 1.0f, 0.125f, -0.5f, 1.2f, 1e20f, -1e20f,
                               std::numeric_limits<float>::quiet_NaN(),
                               std::numeric_limits<float>::infinity(), -0.0f};
     std::vector<float> xs, ys, zs;
-    for (float s : specials)
-        for (float t : specials) {
+    for (float s : unusual)
+        for (float t : unusual) {
             xs.push_back(s);
             ys.push_back(t);
             zs.push_back(s);
