@@ -83,10 +83,10 @@ std::vector<float> edgePlane(int w, int h, uint32_t seed, float centre)
         case 5: plane[i] = 1.0f + unit(rng) * 3.0f; break;
         case 6: plane[i] = -unit(rng) * 3.0f; break;
         case 7: {
-            const float specials[] = {std::numeric_limits<float>::infinity(),
+            const float extremes[] = {std::numeric_limits<float>::infinity(),
                                       -std::numeric_limits<float>::infinity(),
                                       std::numeric_limits<float>::quiet_NaN(), -0.0f, 1.0f, 0.0f};
-            plane[i] = specials[static_cast<size_t>(unit(rng) * 5.999f)];
+            plane[i] = extremes[static_cast<size_t>(unit(rng) * 5.999f)];
             break;
         }
         case 8: plane[i] = unit(rng); break;
