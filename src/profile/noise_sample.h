@@ -4,8 +4,8 @@
 //
 // noise[c][l] = mean |detail| of channel c at level l / 0.6875, where the
 // mean covers the level's detail plane of the patch (last row and column left
-// out). Level 0 is always measured; level l = 1..4 only when the patch's
-// smaller side exceeds 14, 22, 38, 54 respectively. Unmeasured levels hold
+// out). Level 0 is always measured; levels 1, 2, 3, 4 only when the patch's
+// smaller side exceeds 14, 22, 38, 54 in turn. Unmeasured levels hold
 // -1.0.
 //
 // A plain value: the fields lie in this order without gaps from rect to the

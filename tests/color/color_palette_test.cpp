@@ -119,7 +119,7 @@ TEST(ColorPaletteTest, PureRedIsNotAnEntry)
 TEST(ColorPaletteTest, NearestEntryScansRowsThenColumnsWithStrictComparison)
 {
     JColorPalette* p = JColorPalette::getPalette();
-    // A literal scan in the documented order, strict improvement only.
+    // A literal scan, rows outside and columns inside, strict improvement only.
     JLabCoord probe(55.0f, 10.0f, -20.0f);
     float best = 1e38f;
     int wantRow = -1, wantCol = -1;
