@@ -256,6 +256,7 @@ bool JDenoise::runStrip(JImageAdapter* in, JImageAdapter* out, int strip, int xS
     const int rows = yEnd - yStart + 1;
     std::unique_ptr<Pipeline> pipeline = buildPipeline(in, out, xStart, xEnd);
     JIncrRaster* final = pipeline->final;
+    graphNodes_ = static_cast<int>(pipeline->nodes.size());
 
     // Every row is referenced before any is pulled, so that no row of any
     // node is evaluated twice.

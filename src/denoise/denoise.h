@@ -71,6 +71,8 @@ public:
     int rowsPerThread() const { return rowsPerThread_; }
     int stripCount() const { return stripCount_; }
     int stripWidth() const { return stripWidth_; }
+    // Nodes in the last strip's graph.
+    int graphNodeCount() const { return graphNodes_; }
     // Wavelet levels a strip's graph would use with the current settings.
     int levels() const;
     // Whether a graph built with the current settings has a sharpen node.
@@ -95,4 +97,5 @@ private:
     JFilterMask* filterMask_ = nullptr;
     int stripCount_ = 0;
     int stripWidth_ = 0;
+    int graphNodes_ = 0;
 };

@@ -17,6 +17,8 @@
 #include "denoise/raster/variance.h"
 #include "denoise/raster/variance_step_abs.h"
 #include "denoise/raster/wavelet.h"
+#include "filter/filter_mask.h"
+#include "filter/filter_mask_builder.h"
 #include "filter/noise_filter_settings.h"
 #include "profile/noise_profile.h"
 #include "support/memory_image.h"
@@ -463,4 +465,37 @@ TEST_F(DenoiseTest, MatchingNoiseMapsRaisePsnrAndKeepTheStepEdge)
         EXPECT_LT(out.at(edge - 3, y, 1), mid) << y;
         EXPECT_GT(out.at(edge + 2, y, 1), mid) << y;
     }
+}
+
+TEST_F(DenoiseTest, EmptyFilterMaskAddsNoNodesAndPaintedChannelsAddOneEach)
+{
+    const int w = 48, h = 24;
+    MemoryImage in = murmex_test::makeScene(w, h);
+    murmex_test::addNoise(in, 2000.0, 4);
+    JNoiseFilterSettings settings;
+    setNoise(settings, 4e-4f, 2e-4f);
+    JRect<int> rect(0, 0, w, h);
+    auto nodesWith = [&](JFilterMask* mask, MemoryImage& out) {
+        JDenoise d;
+        d.setFilterSettings(&settings);
+        d.setNumThreads(1);
+        d.setFilterMask(mask);
+        EXPECT_TRUE(d.removeNoise(&in, &rect, &out, nullptr));
+        return d.graphNodeCount();
+    };
+    MemoryImage plain(w, h), masked(w, h);
+    const int base = nodesWith(nullptr, plain);
+    JFilterMask empty(w, h);
+    EXPECT_TRUE(empty.isLumEmpty());
+    EXPECT_TRUE(empty.isChromaEmpty());
+    EXPECT_EQ(nodesWith(&empty, masked), base);
+    EXPECT_EQ(masked.data(), plain.data());
+
+    // Weight 1 everywhere on luminance: Y passes unfiltered, one node more.
+    const std::vector<float> ones(static_cast<size_t>(w) * h, 1.0f);
+    JFilterMask lum = JFilterMaskBuilder::build(w, h, ones.data(), nullptr);
+    EXPECT_EQ(nodesWith(&lum, masked), base + 1);
+    EXPECT_NE(masked.data(), plain.data());
+    JFilterMask both = JFilterMaskBuilder::build(w, h, ones.data(), ones.data());
+    EXPECT_EQ(nodesWith(&both, masked), base + 3);
 }
