@@ -72,6 +72,39 @@ typedef struct DnFilterParams {
 } DnFilterParams;
 
 /*
+ * The host scales of the settings block, one row per float field: the
+ * field's offset in DnFilterParams, its scale (low, middle, high) and a
+ * short description. The library converts with these rows; hosts can build
+ * their options, help and output from them. The middle of each scale maps
+ * onto the setting's default.
+ */
+typedef struct DnHostScale {
+    const char* name;        /* short option-style name, e.g. "lum-strength" */
+    size_t offset;           /* offsetof(DnFilterParams, field) */
+    float low, middle, high;
+    const char* description;
+} DnHostScale;
+
+enum { DnHostScaleCount = 8 };
+
+static const DnHostScale DnHostScales[DnHostScaleCount] = {
+    {"lum-strength", offsetof(DnFilterParams, lumStrength), 0.0f, 10.0f, 20.0f, "luminance noise reduction strength"},
+    {"lum-smoothness", offsetof(DnFilterParams, lumSmoothness), 0.0f, 10.0f, 20.0f, "luminance smoothness"},
+    {"lum-contrast", offsetof(DnFilterParams, lumContrast), 0.0f, 10.0f, 20.0f, "luminance contrast"},
+    {"chroma-strength", offsetof(DnFilterParams, chromaStrength), 0.0f, 10.0f, 20.0f, "chroma noise reduction strength"},
+    {"chroma-smoothness", offsetof(DnFilterParams, chromaSmoothness), 0.0f, 10.0f, 20.0f, "chroma smoothness"},
+    {"chroma-contrast", offsetof(DnFilterParams, chromaContrast), 0.0f, 10.0f, 20.0f, "chroma contrast"},
+    {"sharpen-amount", offsetof(DnFilterParams, sharpenAmount), 0.0f, 200.0f, 400.0f, "sharpening amount"},
+    {"sharpen-radius", offsetof(DnFilterParams, sharpenRadius), 0.4f, 1.7f, 3.0f, "sharpening radius in pixels"},
+};
+
+/* The float field of params that row i of DnHostScales describes. */
+static inline float* DnHostScaleField(DnFilterParams* params, int i)
+{
+    return (float*)((char*)params + DnHostScales[i].offset);
+}
+
+/*
  * One noise sample of a profile: 28 consecutive 32-bit words, copied bit for
  * bit from the profile. Noise values are per wavelet level, 0 the finest;
  * -1.0 means not measured.
