@@ -7,6 +7,7 @@ packages=(
   g++ make cmake pkg-config
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev ccache
+  libtiff-dev libpng-dev libjpeg62-turbo-dev libraw-dev libexiv2-dev libcli11-dev
 )
 
 missing=()
