@@ -1,0 +1,20 @@
+// An image as the application holds it between reading and writing: 16-bit
+// RGBX samples whatever the source was, with the source's alpha and ICC
+// profile kept aside so that they can be written back.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+namespace murmex_app {
+
+struct Image {
+    int width = 0, height = 0;
+    int bitsPerSample = 16;          // of the source file: 8 or 16
+    int sourceChannels = 3;          // 1 grey, 2 grey+alpha, 3 RGB, 4 RGBA
+    std::vector<uint16_t> rgbx;      // width*height*4 samples, R G B X, full scale 65535, X = 65535
+    std::vector<uint16_t> alpha;     // width*height alpha samples (16-bit scale) when the source had alpha, else empty
+    std::vector<uint8_t> icc;        // embedded ICC profile, empty if none
+};
+
+}  // namespace murmex_app

@@ -1,0 +1,25 @@
+// Reading and writing the application's image files: TIFF, PNG and JPEG, and
+// camera raw files on input.
+#pragma once
+
+#include <string>
+
+#include "image.h"
+
+namespace murmex_app {
+
+enum class ImageFormat { Tiff, Png, Jpeg };
+
+// Reads TIFF, PNG or JPEG by content (magic bytes), otherwise tries LibRaw (camera raw, demosaiced to 16-bit sRGB).
+// Grey becomes R = G = B; alpha is kept aside in Image::alpha and written back when the output format can hold it.
+// 8-bit samples are scaled to 16 bits by v * 257. Throws AppError naming the file on any failure.
+Image readImage(const std::string& path);
+
+// The output format from the file name's extension (.tif/.tiff, .png, .jpg/.jpeg, case-insensitive); throws AppError otherwise.
+ImageFormat formatForPath(const std::string& path);
+
+// Writes `image` to `path` in `format`: TIFF and PNG at 16 bits per sample (RGB, or RGBA when alpha is present), JPEG at 8 bits with `jpegQuality` (1..100); embeds image.icc. Writes exactly to `path` (the caller picks a temporary name and renames).
+// On failure throws AppError and leaves no file at `path`.
+void writeImage(const std::string& path, const Image& image, ImageFormat format, int jpegQuality = 92);
+
+}  // namespace murmex_app

@@ -1,0 +1,22 @@
+// Camera metadata: what a profile header takes from a photo's EXIF, and
+// carrying EXIF and XMP over from an input file to the written output.
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace murmex_app {
+
+struct CameraInfo {  // what the profile header takes from EXIF; std::nullopt when absent
+    std::optional<std::string> maker, model, colorSpace;
+    std::optional<int> iso, lightSource, contrast, sharpness, saturation;   // EXIF codes as stored
+    std::optional<float> shutterSpeed, exposureComp;                        // seconds, EV
+};
+
+// Exiv2; an image without EXIF gives all-empty; throws AppError only for unreadable files.
+CameraInfo readCameraInfo(const std::string& path);
+
+// Copies EXIF and XMP from `from` into the already written file `to` (Exiv2), fixing up dimensions/orientation tags that no longer hold. Missing metadata is not an error.
+void copyMetadata(const std::string& from, const std::string& to);
+
+}  // namespace murmex_app
