@@ -63,7 +63,7 @@ private:
     void searchCandidates(int s, int sizeIndex, int tileX, int tileY);
     bool uniform(int s, int bx, int by, float& scoreY, float& meanVarY, float means[3]);
     bool directionFree(int s, int bx, int by);
-    void offer(const JAutoSampleRec& candidate);
+    void offer(JAutoSampleRec& candidate);
     bool beatsAll(const JAutoSampleRec& candidate);
     void assignSlots();
 
