@@ -10,13 +10,7 @@
 #pragma once
 
 #include "base/image_adapter.h"
-
-// Host scanline callbacks: row y, columns xStart..xEnd inclusive, packed
-// 16-bit RGBX pixels. For the put callback the pixels are the engine's
-// finished output and must not be written to.
-typedef void (*DnScanlineCallback)(void* hostContext, int y, int xStart, int xEnd, unsigned short* pixels);
-typedef DnScanlineCallback DnGetScanlineCallback;
-typedef DnScanlineCallback DnPutScanlineCallback;
+#include "murmex/murmex.h"  // DnGetScanlineCallback, DnPutScanlineCallback
 
 class DnImageAdapter : public JImageAdapter {
 public:

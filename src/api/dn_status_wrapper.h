@@ -4,11 +4,9 @@
 #pragma once
 
 #include "base/qtless/qstring.h"
+#include "murmex/murmex.h"  // DnProgressCallback
 
 class JStatus;
-
-// The host's progress callback: a non-zero answer asks the engine to cancel.
-typedef int (*DnProgressCallback)(void* hostContext, const char* stepText, float fraction);
 
 class DnStatusWrapper {
 public:
