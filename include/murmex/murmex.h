@@ -119,23 +119,76 @@ typedef struct DnNoiseSample {
     float noiseCb[5];
 } DnNoiseSample;
 
+/* Layout checks: the records cross the border by address, so their layout
+ * is part of the interface. */
+#if defined(__cplusplus)
+#define DN_STATIC_ASSERT(cond, msg) static_assert(cond, msg)
+#elif defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
+#define DN_STATIC_ASSERT(cond, msg) _Static_assert(cond, msg)
+#endif
+#ifdef DN_STATIC_ASSERT
+DN_STATIC_ASSERT(sizeof(float) == 4 && sizeof(int32_t) == 4, "4-byte fields");
+DN_STATIC_ASSERT(offsetof(DnFilterParams, profilePath) == 0, "DnFilterParams: path first");
+DN_STATIC_ASSERT(offsetof(DnFilterParams, buildProfile) == sizeof(const char*), "DnFilterParams: no gap after the path");
+DN_STATIC_ASSERT(offsetof(DnFilterParams, lumStrength) == sizeof(const char*) + 8, "DnFilterParams: settings block");
+DN_STATIC_ASSERT(offsetof(DnFilterParams, sharpenRadius) == sizeof(const char*) + 36, "DnFilterParams: settings block");
+DN_STATIC_ASSERT(offsetof(DnFilterParams, lowFrequency) == sizeof(const char*) + 44, "DnFilterParams: settings block");
+DN_STATIC_ASSERT(offsetof(DnFilterParams, height) == sizeof(const char*) + 64, "DnFilterParams: seventeen 4-byte fields");
+#if defined(__x86_64__) || defined(_M_X64) || defined(__aarch64__)
+DN_STATIC_ASSERT(sizeof(DnFilterParams) == 80, "DnFilterParams: 80 bytes on a 64-bit system");
+#elif defined(__i386__) || defined(_M_IX86) || defined(__arm__)
+DN_STATIC_ASSERT(sizeof(DnFilterParams) == 72, "DnFilterParams: 72 bytes on a 32-bit system");
+#endif
+DN_STATIC_ASSERT(offsetof(DnNoiseSample, y) == 16, "DnNoiseSample: colour after the patch");
+DN_STATIC_ASSERT(offsetof(DnNoiseSample, r) == 28, "DnNoiseSample: RGB after YCrCb");
+DN_STATIC_ASSERT(offsetof(DnNoiseSample, labL) == 40, "DnNoiseSample: Lab after RGB");
+DN_STATIC_ASSERT(offsetof(DnNoiseSample, noiseY) == 52, "DnNoiseSample: noise after Lab");
+DN_STATIC_ASSERT(offsetof(DnNoiseSample, noiseCb) == 92, "DnNoiseSample: Cb noise last");
+DN_STATIC_ASSERT(sizeof(DnNoiseSample) == 112, "DnNoiseSample: 28 words");
+#undef DN_STATIC_ASSERT
+#endif
+
 /* Reads (get) or receives (put) row y, columns xStart..xEnd inclusive, as
- * packed RGBX pixels. The put callback must not write to the pixels. */
+ * packed RGBX pixels: 4 * (xEnd - xStart + 1) values. The get callback fills
+ * the buffer; the put callback must not write to it. The buffer belongs to
+ * the library and is valid only during the call. Called from the library's
+ * worker threads as well as the calling thread, one call at a time per
+ * reading or writing stage; different rows may be requested concurrently. */
 typedef void (*DnGetScanlineCallback)(void* hostContext, int y, int xStart, int xEnd, unsigned short* pixels);
 typedef void (*DnPutScanlineCallback)(void* hostContext, int y, int xStart, int xEnd, unsigned short* pixels);
 
-/* Progress: the step text and the fraction done. A non-zero answer cancels
- * the job (not an error: the job still returns 0). May be NULL. */
+/* Progress: the step text (valid during the call) and the fraction done of
+ * that step. A non-zero answer cancels the job (not an error: the job still
+ * returns 0). Called on the thread that called the entry point. May be
+ * NULL. */
 typedef int (*DnProgressCallback)(void* hostContext, const char* stepText, float fraction);
 
-/* One call per sample, index 0 .. count - 1; the record is valid only
- * during the call. The answer is ignored. */
+/* One call per sample, index 0 .. count - 1, on the calling thread; the
+ * record belongs to the library and is valid only during the call. The
+ * answer is ignored. */
 typedef int (*DnSampleCallback)(void* hostContext, int count, int index, const DnNoiseSample* sample);
 
-/* Denoises the rectangle left..right-1, top..bottom-1 of the host image in
- * place. The profile comes from, first that applies: profileData (when
- * profileLength > 0), the file params->profilePath (when buildProfile is 0),
- * or a measurement of the image itself. */
+/*
+ * DnRemoveNoise2: denoises the rectangle left..right-1, top..bottom-1 of the
+ * host image in place: pixels are read with getCallback and the results
+ * handed to putCallback.
+ *   hostContext     passed unchanged to every callback.
+ *   params          required; read, never written. Its width and height give
+ *                   the image size; threads the number of worker threads (0:
+ *                   the calling thread computes everything).
+ *   profileData     the profile, first rule that applies: the block
+ *                   (profileData, profileLength) when profileData is non-NULL
+ *                   and profileLength > 0; the file params->profilePath when
+ *                   params->buildProfile is 0 and the path is non-NULL; else
+ *                   a profile measured from the image itself. With
+ *                   params->saveProfile set and a path given, the profile
+ *                   used is then saved there. The block stays the caller's.
+ *   statusCallback  may be NULL.
+ * Returns 0 when the run finished or was cancelled through statusCallback,
+ * 1 on failure (one line on standard output). Rows already handed to
+ * putCallback before a failure stay written.
+ * DnRemoveNoise is the same with no profile block (NULL, 0).
+ */
 DN_API int DnRemoveNoise(void* hostContext, DnFilterParams* params, int left, int top, int right, int bottom,
                          DnGetScanlineCallback getCallback, DnPutScanlineCallback putCallback,
                          DnProgressCallback statusCallback);
@@ -144,26 +197,49 @@ DN_API int DnRemoveNoise2(void* hostContext, DnFilterParams* params, int left, i
                           DnGetScanlineCallback getCallback, DnPutScanlineCallback putCallback,
                           DnProgressCallback statusCallback);
 
-/* Measures a noise profile from the whole image and saves it at path
- * (DnBuildProfile) or into a new block (DnBuildProfile2). A flag above 0
- * relaxes the search for flat patches. */
+/*
+ * DnBuildProfile, DnBuildProfile2: measure a noise profile from the whole
+ * width x height image, read with getCallback (no put callback is used).
+ * flag > 0 relaxes the search for flat patches. DnBuildProfile saves the
+ * profile as a file at path (no file is written when path is NULL);
+ * DnBuildProfile2 stores a new block in *outData and its size in bytes in
+ * *outLength (nothing when either pointer is NULL). The block is the
+ * caller's from then on and is released with DnFreeMemory.
+ * statusCallback may be NULL. Returns 0, or 1 on failure.
+ */
 DN_API int DnBuildProfile(void* hostContext, const char* path, DnGetScanlineCallback getCallback, int width,
                           int height, int flag, DnProgressCallback statusCallback);
 DN_API int DnBuildProfile2(void* hostContext, unsigned char** outData, int* outLength,
                            DnGetScanlineCallback getCallback, int width, int height, int flag,
                            DnProgressCallback statusCallback);
 
-/* Loads the profile file at path, hands back its serialised form as a new
- * block and writes its stored settings into the settings block of
- * outParams (the other fields are left untouched). */
+/*
+ * DnReadProfile: loads the profile file at path and stores in *outData a new
+ * block holding the profile written again in the current profile format
+ * (not the file's own bytes), and its size in *outLength; the caller
+ * releases it with DnFreeMemory. Writes the settings stored in the profile,
+ * on the host scales, into the settings block of *outParams (lumStrength ..
+ * lowFrequency); the other fields are left untouched. A NULL output pointer
+ * skips that output. Returns 0, or 1 on failure (then nothing is stored).
+ */
 DN_API int DnReadProfile(const char* path, unsigned char** outData, int* outLength, DnFilterParams* outParams);
 
-/* Loads a profile from the block, replaces its stored settings with the
- * settings block of params and saves it as a file at path. */
+/*
+ * DnWriteProfile: loads a profile from the block (data, length), replaces
+ * the settings stored in it with the settings block of *params (required,
+ * only read) and saves it as a file at path. The block stays the caller's.
+ * Returns 0, or 1 on failure.
+ */
 DN_API int DnWriteProfile(const char* path, const unsigned char* data, int length, DnFilterParams* params);
 
-/* Loads a profile (from the file, or from the block when length > 0) and
- * calls sampleCallback once for each of its samples. */
+/*
+ * DnReadProfileSamples, DnReadProfileSamples2: load a profile and call
+ * sampleCallback once for each of its samples, in order; a profile without
+ * samples makes no call. DnReadProfileSamples reads the file at path;
+ * DnReadProfileSamples2 reads the block (data, length) when data is non-NULL
+ * and length >= 1, and otherwise fails (it has no file to read).
+ * Returns 0, or 1 on failure.
+ */
 DN_API int DnReadProfileSamples(void* hostContext, const char* path, DnSampleCallback sampleCallback);
 DN_API int DnReadProfileSamples2(void* hostContext, const unsigned char* data, int length,
                                  DnSampleCallback sampleCallback);
@@ -171,9 +247,17 @@ DN_API int DnReadProfileSamples2(void* hostContext, const unsigned char* data, i
 /* Releases a block from DnBuildProfile2 or DnReadProfile; NULL is ignored. */
 DN_API void DnFreeMemory(void* block);
 
-/* Process-wide tuning. Strip width in pixels (default 3400); rows per worker
- * request (-1: automatic); wavelet levels 2..5 (-1: automatic; any other
- * value is refused with 1). */
+/*
+ * Process-wide tuning, read by every later denoise. Not synchronised with a
+ * running job: set them between jobs.
+ * DnSetStripWidth: the widest strip in pixels processed at once (default
+ *   3400); not checked; returns 0.
+ * DnSetRowsPerThread: rows per worker request (-1, the default: chosen from
+ *   the image height); not checked; returns 0. A denoise may overwrite it.
+ * DnSetDenoiseLevels: wavelet levels, 2..5, or -1 (the default: chosen from
+ *   the settings); returns 0. Any other value is refused with 1 and changes
+ *   nothing.
+ */
 DN_API int DnSetStripWidth(int pixels);
 DN_API int DnSetRowsPerThread(int rows);
 DN_API int DnSetDenoiseLevels(int levels);
