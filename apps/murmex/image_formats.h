@@ -1,0 +1,70 @@
+// Internal to the image files: the per-format readers and writers behind
+// readImage and writeImage, and the helpers they share. Every function
+// throws AppError with a one-line message naming the file.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "image.h"
+
+namespace murmex_app::detail {
+
+// What a file holds, judged by its first bytes (and, for TIFF-structured
+// files, by the marks that camera raw formats built on TIFF carry).
+enum class SourceKind { Tiff, Png, Jpeg, CameraRaw };
+SourceKind detectSource(const std::string& path);
+
+Image readTiff(const std::string& path);
+Image readPng(const std::string& path);
+Image readJpeg(const std::string& path);
+Image readCameraRaw(const std::string& path);
+
+void writeTiff(const std::string& path, const Image& image);
+void writePng(const std::string& path, const Image& image);
+void writeJpeg(const std::string& path, const Image& image, int quality);
+
+// The structure of a TIFF file's first directory, to check that rewriting
+// its metadata left the image itself alone. False when libtiff cannot open it.
+struct TiffShape {
+    uint32_t width = 0, height = 0;
+    uint16_t bitsPerSample = 0, samplesPerPixel = 0, photometric = 0;
+    bool operator==(const TiffShape&) const = default;
+};
+bool readTiffShape(const std::string& path, TiffShape& shape);
+
+// Sizes the sample buffers of `image` for width x height pixels of a source
+// with `channels` channels (1 grey, 2 grey+alpha, 3 RGB, 4 RGBA); refuses
+// empty or absurdly large sizes.
+void allocate(Image& image, const std::string& path, int width, int height, int channels, int bitsPerSample);
+
+// Stores row y from `channels` interleaved 16-bit samples per pixel: grey is
+// copied to R, G and B, alpha goes aside, X is full scale.
+void storeRow(Image& image, int y, const uint16_t* samples, int channels);
+
+// The same for 8-bit samples, each scaled to 16 bits by v * 257.
+void storeRow8(Image& image, int y, const uint8_t* samples, int channels);
+
+// "cannot read <path>: <reason>" and "cannot write <path>: <reason>".
+[[noreturn]] void readFailed(const std::string& path, const std::string& reason);
+[[noreturn]] void writeFailed(const std::string& path, const std::string& reason);
+
+// Removes the file at `path` when it goes out of scope unless commit() was
+// called, so that a failed writer leaves no partial file behind. A writer
+// arms it once it has created the file: a file it could not create, and so
+// did not touch, is left alone.
+class PartialFileGuard {
+public:
+    explicit PartialFileGuard(std::string path) : path_(std::move(path)) {}
+    ~PartialFileGuard();
+    PartialFileGuard(const PartialFileGuard&) = delete;
+    PartialFileGuard& operator=(const PartialFileGuard&) = delete;
+    void arm() { armed_ = true; }
+    void commit() { armed_ = false; }
+
+private:
+    std::string path_;
+    bool armed_ = false;
+};
+
+}  // namespace murmex_app::detail

@@ -1,0 +1,188 @@
+// Dispatch between the image formats and the helpers the readers share.
+
+#include "image_io.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <new>
+
+#include "app_error.h"
+#include "image_formats.h"
+
+namespace murmex_app {
+
+namespace detail {
+
+namespace {
+
+// A TIFF-structured file that holds a camera's sensor data rather than a
+// finished picture: its first directory is usually a small preview, which
+// must not be mistaken for the photograph.
+bool tiffLooksLikeCameraRaw(const unsigned char* head, size_t n)
+{
+    // The raw formats that only borrow the TIFF layout mark themselves in
+    // the bytes after the header (8 and 9: "CR" for one maker's raw files).
+    return n >= 10 && head[8] == 'C' && head[9] == 'R';
+}
+
+}  // namespace
+
+// Limits what a lying header can make the reader allocate: 2^28 pixels are
+// 2 GiB of 16-bit RGBX samples, far beyond any camera.
+constexpr long long kMaxPixels = 1LL << 28;
+
+void allocate(Image& image, const std::string& path, int width, int height, int channels, int bitsPerSample)
+{
+    if (width <= 0 || height <= 0)
+        readFailed(path, "the image has no pixels");
+    if (static_cast<long long>(width) * height > kMaxPixels)
+        readFailed(path, "the image is too large (" + std::to_string(width) + " x " + std::to_string(height) + ")");
+    const size_t pixels = static_cast<size_t>(width) * static_cast<size_t>(height);
+    image.width = width;
+    image.height = height;
+    image.sourceChannels = channels;
+    image.bitsPerSample = bitsPerSample;
+    try {
+        image.rgbx.assign(pixels * 4, 65535);
+        image.alpha.clear();
+        if (channels == 2 || channels == 4)
+            image.alpha.assign(pixels, 65535);
+    } catch (const std::bad_alloc&) {
+        readFailed(path, "not enough memory for a " + std::to_string(width) + " x " + std::to_string(height) + " image");
+    }
+}
+
+void storeRow(Image& image, int y, const uint16_t* samples, int channels)
+{
+    const size_t w = static_cast<size_t>(image.width);
+    uint16_t* out = image.rgbx.data() + static_cast<size_t>(y) * w * 4;
+    uint16_t* alpha = image.alpha.empty() ? nullptr : image.alpha.data() + static_cast<size_t>(y) * w;
+    for (size_t x = 0; x < w; ++x, out += 4, samples += channels) {
+        if (channels <= 2) {
+            out[0] = out[1] = out[2] = samples[0];
+        } else {
+            out[0] = samples[0];
+            out[1] = samples[1];
+            out[2] = samples[2];
+        }
+        out[3] = 65535;
+        if (alpha && (channels == 2 || channels == 4))
+            alpha[x] = samples[channels - 1];
+    }
+}
+
+void storeRow8(Image& image, int y, const uint8_t* samples, int channels)
+{
+    const size_t w = static_cast<size_t>(image.width);
+    uint16_t* out = image.rgbx.data() + static_cast<size_t>(y) * w * 4;
+    uint16_t* alpha = image.alpha.empty() ? nullptr : image.alpha.data() + static_cast<size_t>(y) * w;
+    for (size_t x = 0; x < w; ++x, out += 4, samples += channels) {
+        if (channels <= 2) {
+            out[0] = out[1] = out[2] = static_cast<uint16_t>(samples[0] * 257);
+        } else {
+            out[0] = static_cast<uint16_t>(samples[0] * 257);
+            out[1] = static_cast<uint16_t>(samples[1] * 257);
+            out[2] = static_cast<uint16_t>(samples[2] * 257);
+        }
+        out[3] = 65535;
+        if (alpha && (channels == 2 || channels == 4))
+            alpha[x] = static_cast<uint16_t>(samples[channels - 1] * 257);
+    }
+}
+
+void readFailed(const std::string& path, const std::string& reason)
+{
+    throw AppError("cannot read " + path + ": " + reason);
+}
+
+void writeFailed(const std::string& path, const std::string& reason)
+{
+    throw AppError("cannot write " + path + ": " + reason);
+}
+
+PartialFileGuard::~PartialFileGuard()
+{
+    if (armed_)
+        std::remove(path_.c_str());
+}
+
+SourceKind detectSource(const std::string& path)
+{
+    FILE* f = std::fopen(path.c_str(), "rb");
+    if (!f)
+        readFailed(path, std::strerror(errno));
+    unsigned char head[16] = {};
+    const size_t n = std::fread(head, 1, sizeof head, f);
+    std::fclose(f);
+    static const unsigned char png[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
+    if (n >= 8 && std::memcmp(head, png, 8) == 0)
+        return SourceKind::Png;
+    if (n >= 3 && head[0] == 0xff && head[1] == 0xd8 && head[2] == 0xff)
+        return SourceKind::Jpeg;
+    const bool intel = n >= 4 && head[0] == 'I' && head[1] == 'I' && (head[2] == 42 || head[2] == 43) && head[3] == 0;
+    const bool motorola = n >= 4 && head[0] == 'M' && head[1] == 'M' && head[2] == 0 && (head[3] == 42 || head[3] == 43);
+    if ((intel || motorola) && !tiffLooksLikeCameraRaw(head, n))
+        return SourceKind::Tiff;
+    return SourceKind::CameraRaw;
+}
+
+}  // namespace detail
+
+Image readImage(const std::string& path)
+{
+    switch (detail::detectSource(path)) {
+    case detail::SourceKind::Png:
+        return detail::readPng(path);
+    case detail::SourceKind::Jpeg:
+        return detail::readJpeg(path);
+    case detail::SourceKind::Tiff:
+        return detail::readTiff(path);
+    case detail::SourceKind::CameraRaw:
+        break;
+    }
+    return detail::readCameraRaw(path);
+}
+
+ImageFormat formatForPath(const std::string& path)
+{
+    const size_t slash = path.find_last_of('/');
+    const size_t dot = path.find_last_of('.');
+    std::string ext;
+    if (dot != std::string::npos && (slash == std::string::npos || dot > slash))
+        ext = path.substr(dot + 1);
+    for (char& c : ext)
+        c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+    if (ext == "tif" || ext == "tiff")
+        return ImageFormat::Tiff;
+    if (ext == "png")
+        return ImageFormat::Png;
+    if (ext == "jpg" || ext == "jpeg")
+        return ImageFormat::Jpeg;
+    throw AppError("cannot write " + path + ": unknown image format (use .tif, .tiff, .png, .jpg or .jpeg)");
+}
+
+void writeImage(const std::string& path, const Image& image, ImageFormat format, int jpegQuality)
+{
+    if (image.width <= 0 || image.height <= 0 ||
+        image.rgbx.size() != static_cast<size_t>(image.width) * static_cast<size_t>(image.height) * 4)
+        detail::writeFailed(path, "the image has no pixels");
+    if (!image.alpha.empty() && image.alpha.size() != static_cast<size_t>(image.width) * static_cast<size_t>(image.height))
+        detail::writeFailed(path, "the alpha channel does not match the image size");
+    switch (format) {
+    case ImageFormat::Tiff:
+        detail::writeTiff(path, image);
+        return;
+    case ImageFormat::Png:
+        detail::writePng(path, image);
+        return;
+    case ImageFormat::Jpeg:
+        if (jpegQuality < 1 || jpegQuality > 100)
+            detail::writeFailed(path, "JPEG quality " + std::to_string(jpegQuality) + " is outside 1..100");
+        detail::writeJpeg(path, image, jpegQuality);
+        return;
+    }
+}
+
+}  // namespace murmex_app

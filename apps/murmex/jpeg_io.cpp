@@ -1,0 +1,214 @@
+// JPEG files through libjpeg-turbo: grey and colour (YCbCr or RGB) on input,
+// 8-bit colour on output with the chosen quality; the ICC profile travels in
+// APP2 markers on both sides. CMYK files are refused.
+//
+// libjpeg reports errors through error_exit, which here records the message
+// and longjmps back. As with PNG, every function that calls setjmp keeps only
+// plain values in its frame; buffers and the codec objects live in the
+// caller.
+
+#include <cerrno>
+#include <csetjmp>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include <jpeglib.h>
+#include <jerror.h>
+
+#include "app_error.h"
+#include "image_formats.h"
+
+namespace murmex_app::detail {
+
+namespace {
+
+struct JpegErrors {
+    jpeg_error_mgr mgr;
+    std::jmp_buf jump;
+    char message[JMSG_LENGTH_MAX] = "";
+    bool truncated = false;
+};
+
+[[noreturn]] void jpegErrorExit(j_common_ptr cinfo)
+{
+    auto* errors = reinterpret_cast<JpegErrors*>(cinfo->err);
+    (*cinfo->err->format_message)(cinfo, errors->message);
+    std::longjmp(errors->jump, 1);
+}
+
+// Warnings are silent, except that data ending early is remembered: libjpeg
+// then fills the rest with grey and carries on, but a cut-off file is an
+// error here.
+void jpegEmitMessage(j_common_ptr cinfo, int level)
+{
+    auto* errors = reinterpret_cast<JpegErrors*>(cinfo->err);
+    if (level < 0 && cinfo->err->msg_code == JWRN_JPEG_EOF)
+        errors->truncated = true;
+}
+
+void initErrors(JpegErrors& errors)
+{
+    jpeg_std_error(&errors.mgr);
+    errors.mgr.error_exit = jpegErrorExit;
+    errors.mgr.emit_message = jpegEmitMessage;
+}
+
+struct JpegRead {
+    jpeg_decompress_struct cinfo;
+    JpegErrors errors;
+    FILE* file = nullptr;
+    bool created = false;
+    ~JpegRead()
+    {
+        if (created)
+            jpeg_destroy_decompress(&cinfo);
+        if (file)
+            std::fclose(file);
+    }
+};
+
+// Creates the decoder, reads the header and the ICC profile, and starts
+// decompression to 8-bit grey or RGB; false after a libjpeg error.
+bool jpegStart(JpegRead& r, std::vector<uint8_t>& icc, bool& cmyk)
+{
+    if (setjmp(r.errors.jump))
+        return false;
+    jpeg_create_decompress(&r.cinfo);
+    r.created = true;
+    jpeg_stdio_src(&r.cinfo, r.file);
+    jpeg_save_markers(&r.cinfo, JPEG_APP0 + 2, 0xffff);
+    jpeg_read_header(&r.cinfo, TRUE);
+    JOCTET* profile = nullptr;
+    unsigned int profileLength = 0;
+    if (jpeg_read_icc_profile(&r.cinfo, &profile, &profileLength) && profile) {
+        icc.assign(profile, profile + profileLength);
+        std::free(profile);
+    }
+    if (r.cinfo.jpeg_color_space == JCS_CMYK || r.cinfo.jpeg_color_space == JCS_YCCK) {
+        cmyk = true;
+        return true;
+    }
+    r.cinfo.out_color_space = r.cinfo.num_components == 1 ? JCS_GRAYSCALE : JCS_RGB;
+    jpeg_start_decompress(&r.cinfo);
+    return true;
+}
+
+bool jpegReadRows(JpegRead& r, std::vector<JSAMPLE>& row, Image& image, int channels)
+{
+    if (setjmp(r.errors.jump))
+        return false;
+    while (r.cinfo.output_scanline < r.cinfo.output_height) {
+        JSAMPROW rows[1] = {row.data()};
+        const int y = static_cast<int>(r.cinfo.output_scanline);
+        if (jpeg_read_scanlines(&r.cinfo, rows, 1) != 1)
+            break;
+        storeRow8(image, y, row.data(), channels);
+    }
+    jpeg_finish_decompress(&r.cinfo);
+    return true;
+}
+
+struct JpegWrite {
+    jpeg_compress_struct cinfo;
+    JpegErrors errors;
+    FILE* file = nullptr;
+    bool created = false;
+    ~JpegWrite()
+    {
+        if (created)
+            jpeg_destroy_compress(&cinfo);
+        if (file)
+            std::fclose(file);
+    }
+};
+
+bool jpegCompress(JpegWrite& w, const Image& image, int quality, std::vector<JSAMPLE>& row)
+{
+    if (setjmp(w.errors.jump))
+        return false;
+    jpeg_create_compress(&w.cinfo);
+    w.created = true;
+    jpeg_stdio_dest(&w.cinfo, w.file);
+    w.cinfo.image_width = static_cast<JDIMENSION>(image.width);
+    w.cinfo.image_height = static_cast<JDIMENSION>(image.height);
+    w.cinfo.input_components = 3;
+    w.cinfo.in_color_space = JCS_RGB;
+    jpeg_set_defaults(&w.cinfo);
+    jpeg_set_quality(&w.cinfo, quality, TRUE);
+    // At high qualities the colour detail is worth keeping at full
+    // resolution: no chroma subsampling from 90 up.
+    if (quality >= 90)
+        for (int c = 0; c < w.cinfo.num_components; ++c)
+            w.cinfo.comp_info[c].h_samp_factor = w.cinfo.comp_info[c].v_samp_factor = 1;
+    jpeg_start_compress(&w.cinfo, TRUE);
+    if (!image.icc.empty())
+        jpeg_write_icc_profile(&w.cinfo, image.icc.data(), static_cast<unsigned int>(image.icc.size()));
+    const size_t width = static_cast<size_t>(image.width);
+    while (w.cinfo.next_scanline < w.cinfo.image_height) {
+        const uint16_t* in = image.rgbx.data() + static_cast<size_t>(w.cinfo.next_scanline) * width * 4;
+        for (size_t x = 0; x < width; ++x)
+            for (int c = 0; c < 3; ++c)
+                // Nearest 8-bit value: v * 255 / 65535 rounded, which is
+                // (v + 128) / 257 for every 16-bit v.
+                row[x * 3 + c] = static_cast<JSAMPLE>((in[x * 4 + c] + 128) / 257);
+        JSAMPROW rows[1] = {row.data()};
+        jpeg_write_scanlines(&w.cinfo, rows, 1);
+    }
+    jpeg_finish_compress(&w.cinfo);
+    return true;
+}
+
+}  // namespace
+
+Image readJpeg(const std::string& path)
+{
+    JpegRead r;
+    r.file = std::fopen(path.c_str(), "rb");
+    if (!r.file)
+        readFailed(path, std::strerror(errno));
+    r.cinfo.err = &r.errors.mgr;
+    initErrors(r.errors);
+    Image image;
+    bool cmyk = false;
+    if (!jpegStart(r, image.icc, cmyk))
+        readFailed(path, r.errors.message);
+    if (cmyk)
+        readFailed(path, "CMYK JPEG files are not supported");
+    const int channels = static_cast<int>(r.cinfo.output_components);
+    if (channels != 1 && channels != 3)
+        readFailed(path, "unsupported JPEG layout");
+    allocate(image, path, static_cast<int>(r.cinfo.output_width), static_cast<int>(r.cinfo.output_height), channels, 8);
+    std::vector<JSAMPLE> row(static_cast<size_t>(r.cinfo.output_width) * channels);
+    if (!jpegReadRows(r, row, image, channels))
+        readFailed(path, r.errors.message);
+    if (r.errors.truncated || r.cinfo.output_scanline < r.cinfo.output_height)
+        readFailed(path, "the file is truncated");
+    return image;
+}
+
+void writeJpeg(const std::string& path, const Image& image, int quality)
+{
+    PartialFileGuard guard(path);
+    {
+        JpegWrite w;
+        w.file = std::fopen(path.c_str(), "wb");
+        if (!w.file)
+            writeFailed(path, std::strerror(errno));
+        guard.arm();
+        w.cinfo.err = &w.errors.mgr;
+        initErrors(w.errors);
+        std::vector<JSAMPLE> row(static_cast<size_t>(image.width) * 3);
+        if (!jpegCompress(w, image, quality, row))
+            writeFailed(path, w.errors.message);
+        FILE* f = w.file;
+        w.file = nullptr;
+        const bool flushed = std::fflush(f) == 0 && !std::ferror(f);
+        if (std::fclose(f) != 0 || !flushed)
+            writeFailed(path, std::strerror(errno));
+    }
+    guard.commit();
+}
+
+}  // namespace murmex_app::detail

@@ -1,0 +1,245 @@
+// PNG files through libpng: every colour type and bit depth on input (grey,
+// grey+alpha, palette, RGB, RGBA; transparency chunks become alpha), 16-bit
+// RGB or RGBA on output, with the ICC profile in an iCCP chunk.
+//
+// libpng reports errors by longjmp. Every function below that calls setjmp
+// keeps only plain values in its own frame; the buffers and the libpng
+// structures live in the caller, so a jump skips no destructor, and the
+// caller turns the recorded message into an AppError.
+
+#include <png.h>
+
+#include <cerrno>
+#include <csetjmp>
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+#include "app_error.h"
+#include "image_formats.h"
+
+namespace murmex_app::detail {
+
+namespace {
+
+struct PngState {
+    png_structp png = nullptr;
+    png_infop info = nullptr;
+    FILE* file = nullptr;
+    char message[256] = "";
+};
+
+[[noreturn]] void pngError(png_structp png, png_const_charp msg)
+{
+    auto* state = static_cast<PngState*>(png_get_error_ptr(png));
+    std::snprintf(state->message, sizeof state->message, "%s", msg ? msg : "PNG error");
+    png_longjmp(png, 1);
+}
+
+void pngWarning(png_structp, png_const_charp) {}
+
+bool littleEndianHost()
+{
+    const uint16_t probe = 1;
+    unsigned char first;
+    std::memcpy(&first, &probe, 1);
+    return first == 1;
+}
+
+struct PngHeader {
+    png_uint_32 width = 0, height = 0;
+    int channels = 0, bitDepth = 0, sourceChannels = 0;
+    size_t rowBytes = 0;
+};
+
+// Reads the header and sets up the transformations to 8- or 16-bit samples
+// in host byte order; false after a libpng error.
+bool pngReadHeader(PngState& s, PngHeader& h, std::vector<uint8_t>& icc)
+{
+    if (setjmp(png_jmpbuf(s.png)))
+        return false;
+    png_init_io(s.png, s.file);
+    png_read_info(s.png, s.info);
+    png_charp name = nullptr;
+    int compression = 0;
+    png_bytep profile = nullptr;
+    png_uint_32 profileLength = 0;
+    if (png_get_iCCP(s.png, s.info, &name, &compression, &profile, &profileLength) && profile && profileLength > 0)
+        icc.assign(profile, profile + profileLength);
+    const int colourType = png_get_color_type(s.png, s.info);
+    const bool transparency = png_get_valid(s.png, s.info, PNG_INFO_tRNS) != 0;
+    // Palette entries become RGB, grey below 8 bits becomes 8 bits, a
+    // transparency chunk becomes an alpha channel.
+    png_set_expand(s.png);
+    if (png_get_bit_depth(s.png, s.info) == 16 && littleEndianHost())
+        png_set_swap(s.png);
+    png_set_interlace_handling(s.png);
+    png_read_update_info(s.png, s.info);
+    h.width = png_get_image_width(s.png, s.info);
+    h.height = png_get_image_height(s.png, s.info);
+    h.channels = png_get_channels(s.png, s.info);
+    h.bitDepth = png_get_bit_depth(s.png, s.info);
+    h.rowBytes = png_get_rowbytes(s.png, s.info);
+    const bool grey = (colourType & PNG_COLOR_MASK_COLOR) == 0;
+    const bool alpha = (colourType & PNG_COLOR_MASK_ALPHA) != 0 || transparency;
+    h.sourceChannels = (grey ? 1 : 3) + (alpha ? 1 : 0);
+    return true;
+}
+
+bool pngReadRows(PngState& s, std::vector<png_bytep>& rows)
+{
+    if (setjmp(png_jmpbuf(s.png)))
+        return false;
+    png_read_image(s.png, rows.data());
+    png_read_end(s.png, nullptr);
+    return true;
+}
+
+struct PngReadCleanup {
+    PngState& s;
+    ~PngReadCleanup()
+    {
+        if (s.png)
+            png_destroy_read_struct(&s.png, s.info ? &s.info : nullptr, nullptr);
+        if (s.file)
+            std::fclose(s.file);
+    }
+};
+
+struct PngWriteCleanup {
+    PngState& s;
+    ~PngWriteCleanup()
+    {
+        if (s.png)
+            png_destroy_write_struct(&s.png, s.info ? &s.info : nullptr);
+        if (s.file)
+            std::fclose(s.file);
+    }
+};
+
+bool pngWriteHeader(PngState& s, png_uint_32 width, png_uint_32 height, bool alpha, const std::vector<uint8_t>& icc)
+{
+    if (setjmp(png_jmpbuf(s.png)))
+        return false;
+    png_init_io(s.png, s.file);
+    png_set_IHDR(s.png, s.info, width, height, 16, alpha ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB,
+                 PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+    if (!icc.empty())
+        png_set_iCCP(s.png, s.info, "ICC profile", PNG_COMPRESSION_TYPE_BASE, icc.data(),
+                     static_cast<png_uint_32>(icc.size()));
+    png_write_info(s.png, s.info);
+    if (littleEndianHost())
+        png_set_swap(s.png);
+    return true;
+}
+
+bool pngWriteRow(PngState& s, const uint16_t* row)
+{
+    if (setjmp(png_jmpbuf(s.png)))
+        return false;
+    png_write_row(s.png, reinterpret_cast<png_const_bytep>(row));
+    return true;
+}
+
+bool pngWriteEnd(PngState& s)
+{
+    if (setjmp(png_jmpbuf(s.png)))
+        return false;
+    png_write_end(s.png, s.info);
+    return true;
+}
+
+}  // namespace
+
+Image readPng(const std::string& path)
+{
+    PngState s;
+    PngReadCleanup cleanup{s};
+    s.file = std::fopen(path.c_str(), "rb");
+    if (!s.file)
+        readFailed(path, std::strerror(errno));
+    s.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &s, pngError, pngWarning);
+    if (!s.png)
+        readFailed(path, "cannot set up the PNG reader");
+    s.info = png_create_info_struct(s.png);
+    if (!s.info)
+        readFailed(path, "cannot set up the PNG reader");
+
+    Image image;
+    PngHeader h;
+    if (!pngReadHeader(s, h, image.icc))
+        readFailed(path, s.message);
+    if (h.width > 0x7fffffffu || h.height > 0x7fffffffu)
+        readFailed(path, "the image is too large");
+    allocate(image, path, static_cast<int>(h.width), static_cast<int>(h.height), h.sourceChannels, h.bitDepth);
+    const int expected = h.sourceChannels;
+    if (h.channels != expected || (h.bitDepth != 8 && h.bitDepth != 16) ||
+        h.rowBytes != static_cast<size_t>(h.width) * h.channels * (h.bitDepth / 8))
+        readFailed(path, "unsupported PNG layout");
+    std::vector<uint8_t> pixels(h.rowBytes * h.height);
+    std::vector<png_bytep> rows(h.height);
+    for (png_uint_32 y = 0; y < h.height; ++y)
+        rows[y] = pixels.data() + y * h.rowBytes;
+    if (!pngReadRows(s, rows))
+        readFailed(path, s.message);
+    for (png_uint_32 y = 0; y < h.height; ++y) {
+        if (h.bitDepth == 16) {
+            std::vector<uint16_t> row(static_cast<size_t>(h.width) * h.channels);
+            std::memcpy(row.data(), rows[y], h.rowBytes);
+            storeRow(image, static_cast<int>(y), row.data(), h.channels);
+        } else {
+            storeRow8(image, static_cast<int>(y), rows[y], h.channels);
+        }
+    }
+    return image;
+}
+
+void writePng(const std::string& path, const Image& image)
+{
+    PartialFileGuard guard(path);
+    PngState s;
+    {
+        PngWriteCleanup cleanup{s};
+        s.file = std::fopen(path.c_str(), "wb");
+        if (!s.file)
+            writeFailed(path, std::strerror(errno));
+        guard.arm();
+        s.png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &s, pngError, pngWarning);
+        if (!s.png)
+            writeFailed(path, "cannot set up the PNG writer");
+        s.info = png_create_info_struct(s.png);
+        if (!s.info)
+            writeFailed(path, "cannot set up the PNG writer");
+        const bool alpha = !image.alpha.empty();
+        if (!pngWriteHeader(s, static_cast<png_uint_32>(image.width), static_cast<png_uint_32>(image.height), alpha,
+                            image.icc))
+            writeFailed(path, s.message);
+        const size_t w = static_cast<size_t>(image.width);
+        const int channels = alpha ? 4 : 3;
+        std::vector<uint16_t> row(w * channels);
+        for (int y = 0; y < image.height; ++y) {
+            const uint16_t* in = image.rgbx.data() + static_cast<size_t>(y) * w * 4;
+            const uint16_t* a = alpha ? image.alpha.data() + static_cast<size_t>(y) * w : nullptr;
+            for (size_t x = 0; x < w; ++x) {
+                row[x * channels + 0] = in[x * 4 + 0];
+                row[x * channels + 1] = in[x * 4 + 1];
+                row[x * channels + 2] = in[x * 4 + 2];
+                if (a)
+                    row[x * channels + 3] = a[x];
+            }
+            if (!pngWriteRow(s, row.data()))
+                writeFailed(path, s.message);
+        }
+        if (!pngWriteEnd(s))
+            writeFailed(path, s.message);
+        png_destroy_write_struct(&s.png, &s.info);
+        FILE* f = s.file;
+        s.file = nullptr;
+        const bool flushed = std::fflush(f) == 0 && !std::ferror(f);
+        if (std::fclose(f) != 0 || !flushed)
+            writeFailed(path, std::strerror(errno));
+    }
+    guard.commit();
+}
+
+}  // namespace murmex_app::detail

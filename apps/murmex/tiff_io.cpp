@@ -1,0 +1,300 @@
+// TIFF files through libtiff: 8- and 16-bit grey and RGB, with or without
+// alpha, in strips or tiles, contiguous or in separate planes; other 8-bit
+// layouts (palette, YCbCr, CMYK, fewer bits) through libtiff's RGBA
+// conversion. Written as 16-bit RGB or RGBA, deflate-compressed.
+
+#include <tiffio.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <algorithm>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <vector>
+
+#include "app_error.h"
+#include "image_formats.h"
+
+namespace murmex_app::detail {
+
+namespace {
+
+// libtiff reports through process-wide handlers. The last error of the
+// calling thread is kept for the one-line message; warnings are dropped.
+thread_local std::string tiffError;
+
+void recordTiffError(const char* /*module*/, const char* fmt, va_list ap)
+{
+    char buf[512];
+    std::vsnprintf(buf, sizeof buf, fmt, ap);
+    tiffError = buf;
+}
+
+void installTiffHandlers()
+{
+    static std::once_flag once;
+    std::call_once(once, [] {
+        TIFFSetErrorHandler(recordTiffError);
+        TIFFSetWarningHandler(nullptr);
+    });
+}
+
+std::string lastTiffError(const char* fallback)
+{
+    return tiffError.empty() ? std::string(fallback) : tiffError;
+}
+
+struct TiffCloser {
+    void operator()(TIFF* t) const { TIFFClose(t); }
+};
+using TiffPtr = std::unique_ptr<TIFF, TiffCloser>;
+
+bool isCameraRawDirectory(TIFF* tif, uint16_t photometric)
+{
+    void* p = nullptr;
+    uint16_t n16 = 0;
+    uint64_t* offsets = nullptr;
+    uint32_t subfileType = 0;
+    if (TIFFGetField(tif, TIFFTAG_DNGVERSION, &p))
+        return true;
+    if (TIFFGetField(tif, TIFFTAG_SUBIFD, &n16, &offsets) && n16 > 0)
+        return true;
+    if (TIFFGetField(tif, TIFFTAG_SUBFILETYPE, &subfileType) && (subfileType & FILETYPE_REDUCEDIMAGE))
+        return true;
+    return photometric == 32803 /* colour filter array */ || photometric == 34892 /* linear raw */;
+}
+
+// Reads all samples of the first directory as 16-bit values, `spp` per pixel
+// interleaved, whatever the storage (strips or tiles, one plane or several).
+void readSamples(TIFF* tif, const std::string& path, uint32_t width, uint32_t height, uint16_t spp, uint16_t bps,
+                 bool separate, std::vector<uint16_t>& out)
+{
+    const size_t w = width, h = height;
+    out.assign(w * h * spp, 0);
+    const int planes = separate ? spp : 1;
+    const int perPixel = separate ? 1 : spp;
+    auto put = [&](const unsigned char* src, size_t x0, size_t y, size_t count, int plane) {
+        uint16_t* dst = out.data() + (y * w + x0) * spp + (separate ? plane : 0);
+        const size_t stride = separate ? spp : 1;
+        const size_t n = count * perPixel;
+        if (bps == 16) {
+            const uint16_t* s = reinterpret_cast<const uint16_t*>(src);
+            for (size_t i = 0; i < n; ++i)
+                dst[i * stride] = s[i];
+        } else {
+            for (size_t i = 0; i < n; ++i)
+                dst[i * stride] = static_cast<uint16_t>(src[i] * 257);
+        }
+    };
+    if (TIFFIsTiled(tif)) {
+        uint32_t tw = 0, th = 0;
+        TIFFGetField(tif, TIFFTAG_TILEWIDTH, &tw);
+        TIFFGetField(tif, TIFFTAG_TILELENGTH, &th);
+        const tmsize_t tileSize = TIFFTileSize(tif);
+        if (tw == 0 || th == 0 || tileSize <= 0)
+            readFailed(path, "bad tile layout");
+        const size_t rowBytes = static_cast<size_t>(tw) * perPixel * (bps / 8);
+        if (static_cast<size_t>(tileSize) < rowBytes * th)
+            readFailed(path, "bad tile layout");
+        std::vector<unsigned char> tile(static_cast<size_t>(tileSize));
+        for (int plane = 0; plane < planes; ++plane)
+            for (uint32_t ty = 0; ty < height; ty += th)
+                for (uint32_t tx = 0; tx < width; tx += tw) {
+                    if (TIFFReadTile(tif, tile.data(), tx, ty, 0, static_cast<uint16_t>(plane)) < 0)
+                        readFailed(path, lastTiffError("cannot read a tile"));
+                    const size_t cols = std::min<size_t>(tw, width - tx);
+                    for (uint32_t r = 0; r < th && ty + r < height; ++r)
+                        put(tile.data() + r * rowBytes, tx, ty + r, cols, plane);
+                }
+    } else {
+        const tmsize_t lineSize = TIFFScanlineSize(tif);
+        const size_t rowBytes = w * perPixel * (bps / 8);
+        if (lineSize <= 0 || static_cast<size_t>(lineSize) < rowBytes)
+            readFailed(path, "bad strip layout");
+        std::vector<unsigned char> line(static_cast<size_t>(lineSize));
+        for (int plane = 0; plane < planes; ++plane)
+            for (uint32_t y = 0; y < height; ++y) {
+                if (TIFFReadScanline(tif, line.data(), y, static_cast<uint16_t>(plane)) < 0)
+                    readFailed(path, lastTiffError("cannot read a row"));
+                put(line.data(), 0, y, w, plane);
+            }
+    }
+}
+
+}  // namespace
+
+Image readTiff(const std::string& path)
+{
+    installTiffHandlers();
+    tiffError.clear();
+    TiffPtr tif(TIFFOpen(path.c_str(), "r"));
+    if (!tif)
+        readFailed(path, lastTiffError("not a readable TIFF file"));
+    uint32_t width = 0, height = 0;
+    uint16_t bps = 1, spp = 1, photometric = PHOTOMETRIC_MINISBLACK, planar = PLANARCONFIG_CONTIG;
+    uint16_t sampleFormat = SAMPLEFORMAT_UINT;
+    TIFFGetField(tif.get(), TIFFTAG_IMAGEWIDTH, &width);
+    TIFFGetField(tif.get(), TIFFTAG_IMAGELENGTH, &height);
+    TIFFGetFieldDefaulted(tif.get(), TIFFTAG_BITSPERSAMPLE, &bps);
+    TIFFGetFieldDefaulted(tif.get(), TIFFTAG_SAMPLESPERPIXEL, &spp);
+    TIFFGetFieldDefaulted(tif.get(), TIFFTAG_PLANARCONFIG, &planar);
+    TIFFGetFieldDefaulted(tif.get(), TIFFTAG_SAMPLEFORMAT, &sampleFormat);
+    const bool hasPhotometric = TIFFGetField(tif.get(), TIFFTAG_PHOTOMETRIC, &photometric) != 0;
+
+    if (isCameraRawDirectory(tif.get(), photometric)) {
+        tif.reset();
+        return readCameraRaw(path);
+    }
+
+    Image image;
+    uint32_t iccSize = 0;
+    void* iccData = nullptr;
+    if (TIFFGetField(tif.get(), TIFFTAG_ICCPROFILE, &iccSize, &iccData) && iccData && iccSize > 0) {
+        const auto* p = static_cast<const uint8_t*>(iccData);
+        image.icc.assign(p, p + iccSize);
+    }
+
+    // The extra sample after the colour samples is alpha when it says so.
+    uint16_t extraCount = 0;
+    uint16_t* extraTypes = nullptr;
+    TIFFGetField(tif.get(), TIFFTAG_EXTRASAMPLES, &extraCount, &extraTypes);
+    const bool firstExtraIsAlpha =
+        extraCount > 0 && extraTypes && (extraTypes[0] == EXTRASAMPLE_ASSOCALPHA || extraTypes[0] == EXTRASAMPLE_UNASSALPHA);
+
+    const bool grey = hasPhotometric ? (photometric == PHOTOMETRIC_MINISBLACK || photometric == PHOTOMETRIC_MINISWHITE)
+                                     : spp < 3;
+    const bool rgb = hasPhotometric ? photometric == PHOTOMETRIC_RGB : spp >= 3;
+    const bool direct = sampleFormat == SAMPLEFORMAT_UINT && (bps == 8 || bps == 16) &&
+                        ((grey && spp >= 1) || (rgb && spp >= 3)) && !(grey && rgb);
+    if (!direct) {
+        if (bps > 8 || sampleFormat != SAMPLEFORMAT_UINT)
+            readFailed(path, "unsupported TIFF layout (" + std::to_string(bps) + "-bit, photometric " +
+                                 std::to_string(photometric) + ", sample format " + std::to_string(sampleFormat) + ")");
+        // Palette, YCbCr, CMYK, 1- to 4-bit and other 8-bit layouts: libtiff
+        // converts them to 8-bit RGBA.
+        char why[1024] = "";
+        if (!TIFFRGBAImageOK(tif.get(), why))
+            readFailed(path, std::string("unsupported TIFF layout: ") + why);
+        const int channels = firstExtraIsAlpha ? 4 : 3;
+        allocate(image, path, static_cast<int>(width), static_cast<int>(height), channels, 8);
+        std::vector<uint32_t> raster;
+        try {
+            raster.resize(static_cast<size_t>(width) * height);
+        } catch (const std::bad_alloc&) {
+            readFailed(path, "not enough memory");
+        }
+        if (!TIFFReadRGBAImageOriented(tif.get(), width, height, raster.data(), ORIENTATION_TOPLEFT, 0))
+            readFailed(path, lastTiffError("cannot decode the image"));
+        std::vector<uint8_t> row(static_cast<size_t>(width) * 4);
+        for (uint32_t y = 0; y < height; ++y) {
+            for (uint32_t x = 0; x < width; ++x) {
+                const uint32_t px = raster[static_cast<size_t>(y) * width + x];
+                row[x * 4 + 0] = static_cast<uint8_t>(TIFFGetR(px));
+                row[x * 4 + 1] = static_cast<uint8_t>(TIFFGetG(px));
+                row[x * 4 + 2] = static_cast<uint8_t>(TIFFGetB(px));
+                row[x * 4 + 3] = static_cast<uint8_t>(TIFFGetA(px));
+            }
+            // storeRow8 with 4 channels keeps alpha only when it was allocated.
+            storeRow8(image, static_cast<int>(y), row.data(), 4);
+        }
+        return image;
+    }
+
+    const int colour = grey ? 1 : 3;
+    const int channels = colour + (spp > colour && firstExtraIsAlpha ? 1 : 0);
+    allocate(image, path, static_cast<int>(width), static_cast<int>(height), channels, bps);
+    std::vector<uint16_t> samples;
+    try {
+        readSamples(tif.get(), path, width, height, spp, bps, planar == PLANARCONFIG_SEPARATE && spp > 1, samples);
+    } catch (const std::bad_alloc&) {
+        readFailed(path, "not enough memory");
+    }
+    const bool invert = photometric == PHOTOMETRIC_MINISWHITE && hasPhotometric;
+    std::vector<uint16_t> px(static_cast<size_t>(width) * channels);
+    for (uint32_t y = 0; y < height; ++y) {
+        const uint16_t* s = samples.data() + static_cast<size_t>(y) * width * spp;
+        for (uint32_t x = 0; x < width; ++x)
+            for (int c = 0; c < channels; ++c) {
+                uint16_t v = s[static_cast<size_t>(x) * spp + c];
+                if (invert && c < colour)
+                    v = static_cast<uint16_t>(65535 - v);
+                px[static_cast<size_t>(x) * channels + c] = v;
+            }
+        storeRow(image, static_cast<int>(y), px.data(), channels);
+    }
+    return image;
+}
+
+bool readTiffShape(const std::string& path, TiffShape& shape)
+{
+    installTiffHandlers();
+    TiffPtr tif(TIFFOpen(path.c_str(), "r"));
+    if (!tif)
+        return false;
+    shape = TiffShape{};
+    TIFFGetField(tif.get(), TIFFTAG_IMAGEWIDTH, &shape.width);
+    TIFFGetField(tif.get(), TIFFTAG_IMAGELENGTH, &shape.height);
+    TIFFGetFieldDefaulted(tif.get(), TIFFTAG_BITSPERSAMPLE, &shape.bitsPerSample);
+    TIFFGetFieldDefaulted(tif.get(), TIFFTAG_SAMPLESPERPIXEL, &shape.samplesPerPixel);
+    TIFFGetField(tif.get(), TIFFTAG_PHOTOMETRIC, &shape.photometric);
+    return true;
+}
+
+void writeTiff(const std::string& path, const Image& image)
+{
+    installTiffHandlers();
+    tiffError.clear();
+    PartialFileGuard guard(path);
+    TiffPtr tif(TIFFOpen(path.c_str(), "w"));
+    if (!tif)
+        writeFailed(path, lastTiffError("cannot create the file"));
+    guard.arm();
+    const bool withAlpha = !image.alpha.empty();
+    const uint16_t spp = withAlpha ? 4 : 3;
+    TIFF* t = tif.get();
+    bool ok = TIFFSetField(t, TIFFTAG_IMAGEWIDTH, static_cast<uint32_t>(image.width)) &&
+              TIFFSetField(t, TIFFTAG_IMAGELENGTH, static_cast<uint32_t>(image.height)) &&
+              TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, 16) && TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, spp) &&
+              TIFFSetField(t, TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_UINT) &&
+              TIFFSetField(t, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB) &&
+              TIFFSetField(t, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG) &&
+              TIFFSetField(t, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT) &&
+              TIFFSetField(t, TIFFTAG_COMPRESSION, COMPRESSION_ADOBE_DEFLATE) &&
+              TIFFSetField(t, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
+    if (ok && withAlpha) {
+        const uint16_t extra[1] = {EXTRASAMPLE_UNASSALPHA};
+        ok = TIFFSetField(t, TIFFTAG_EXTRASAMPLES, 1, extra);
+    }
+    if (ok && !image.icc.empty())
+        ok = TIFFSetField(t, TIFFTAG_ICCPROFILE, static_cast<uint32_t>(image.icc.size()), image.icc.data());
+    if (ok)
+        ok = TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, TIFFDefaultStripSize(t, 0));
+    if (!ok)
+        writeFailed(path, lastTiffError("cannot set up the TIFF directory"));
+
+    const size_t w = static_cast<size_t>(image.width);
+    std::vector<uint16_t> row(w * spp);
+    for (int y = 0; y < image.height; ++y) {
+        const uint16_t* in = image.rgbx.data() + static_cast<size_t>(y) * w * 4;
+        const uint16_t* a = withAlpha ? image.alpha.data() + static_cast<size_t>(y) * w : nullptr;
+        for (size_t x = 0; x < w; ++x) {
+            row[x * spp + 0] = in[x * 4 + 0];
+            row[x * spp + 1] = in[x * 4 + 1];
+            row[x * spp + 2] = in[x * 4 + 2];
+            if (a)
+                row[x * spp + 3] = a[x];
+        }
+        if (TIFFWriteScanline(t, row.data(), static_cast<uint32_t>(y), 0) < 0)
+            writeFailed(path, lastTiffError("cannot write a row"));
+    }
+    if (!TIFFFlush(t))
+        writeFailed(path, lastTiffError("cannot finish the file"));
+    tif.reset();
+    if (!tiffError.empty())
+        writeFailed(path, tiffError);
+    guard.commit();
+}
+
+}  // namespace murmex_app::detail
