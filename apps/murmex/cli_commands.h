@@ -1,0 +1,58 @@
+// The murmex subcommands. Each add*Command function adds its subcommand and
+// options to the application and returns the function that runs it once the
+// command line has been parsed.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "app_error.h"
+
+namespace murmex_app {
+
+// Exit statuses of the program.
+enum ExitStatus {
+    ExitOk = 0,
+    ExitFailure = 1,       // a runtime error: unreadable input, failed write, a profile that does not load
+    ExitUsage = 2,         // a command line that cannot be followed
+    ExitInterrupted = 130  // Ctrl-C
+};
+
+// A usage mistake that only shows after parsing (exit status 2).
+struct UsageError : AppError {
+    using AppError::AppError;
+};
+
+// Failures already reported on standard error, one line each; the command
+// ends with exit status 1.
+struct ReportedFailure : std::exception {
+    const char* what() const noexcept override { return "failed"; }
+};
+
+using CommandRunner = std::function<void()>;
+
+CommandRunner addDenoiseCommand(CLI::App& app);
+CommandRunner addProfileCommand(CLI::App& app);
+CommandRunner addInfoCommand(CLI::App& app);
+CommandRunner addSetCommand(CLI::App& app);
+CommandRunner addDemoCommand(CLI::App& app);
+
+// --quiet and --verbose, which every command that calls the library has.
+struct OutputOptions {
+    bool quiet = false;
+    bool verbose = false;
+    void addTo(CLI::App& sub);
+    // Applies --verbose to the library's output capture.
+    void apply() const;
+};
+
+// "murmex: " + message on standard error, one line (line breaks in message
+// become "; ").
+void printError(const std::string& message);
+
+// The file name without its directory, for progress lines.
+std::string displayName(const std::string& path);
+
+}  // namespace murmex_app

@@ -1,0 +1,140 @@
+#include "cli_engine.h"
+
+#include <cstring>
+#include <filesystem>
+
+#include "app_error.h"
+#include "engine_output.h"
+#include "safe_write.h"
+
+namespace murmex_app {
+
+namespace {
+
+// The host context of one library call.
+struct HostJob {
+    const Image* source = nullptr;
+    uint16_t* result = nullptr;  // null for jobs that only read
+    Progress* progress = nullptr;
+};
+
+void getScanline(void* context, int y, int xStart, int xEnd, unsigned short* pixels)
+{
+    const HostJob* job = static_cast<const HostJob*>(context);
+    const size_t at = (static_cast<size_t>(y) * job->source->width + xStart) * 4;
+    std::memcpy(pixels, job->source->rgbx.data() + at, static_cast<size_t>(xEnd - xStart + 1) * 4 * sizeof(uint16_t));
+}
+
+void putScanline(void* context, int y, int xStart, int xEnd, unsigned short* pixels)
+{
+    const HostJob* job = static_cast<const HostJob*>(context);
+    const size_t at = (static_cast<size_t>(y) * job->source->width + xStart) * 4;
+    std::memcpy(job->result + at, pixels, static_cast<size_t>(xEnd - xStart + 1) * 4 * sizeof(uint16_t));
+}
+
+int progressCallback(void* context, const char* stepText, float fraction)
+{
+    return static_cast<HostJob*>(context)->progress->report(stepText, fraction);
+}
+
+struct SampleList {
+    std::vector<DnNoiseSample> samples;
+};
+
+int collectSample(void* context, int count, int index, const DnNoiseSample* sample)
+{
+    auto* list = static_cast<SampleList*>(context);
+    if (list->samples.size() != static_cast<size_t>(count))
+        list->samples.resize(static_cast<size_t>(count));
+    if (index >= 0 && index < count)
+        list->samples[static_cast<size_t>(index)] = *sample;
+    return 0;
+}
+
+}  // namespace
+
+std::vector<uint8_t> measureProfile(const Image& image, bool relaxed, Progress& progress, const std::string& name)
+{
+    HostJob job{&image, nullptr, &progress};
+    unsigned char* data = nullptr;
+    int length = 0;
+    EngineResult r = callEngine([&] {
+        return DnBuildProfile2(&job, &data, &length, getScanline, image.width, image.height, relaxed ? 1 : 0,
+                               progressCallback);
+    });
+    std::vector<uint8_t> bytes;
+    if (data && length > 0)
+        bytes.assign(data, data + length);
+    DnFreeMemory(data);
+    if (r.failed())
+        throw AppError("cannot measure a noise profile from " + name + ": " + r.message());
+    return bytes;
+}
+
+std::vector<uint16_t> removeNoise(const Image& image, DnFilterParams params, const std::vector<uint8_t>& profile,
+                                  Progress& progress, const std::string& name)
+{
+    std::vector<uint16_t> result(image.rgbx.size());
+    HostJob job{&image, result.data(), &progress};
+    params.width = image.width;
+    params.height = image.height;
+    EngineResult r = callEngine([&] {
+        return DnRemoveNoise2(&job, &params, 0, 0, image.width, image.height, profile.empty() ? nullptr : profile.data(),
+                              static_cast<int>(profile.size()), getScanline, putScanline, progressCallback);
+    });
+    if (r.failed()) {
+        if (profile.empty() && params.profilePath && !params.buildProfile)
+            throw AppError("cannot load profile " + std::string(params.profilePath) + ": " + r.message());
+        throw AppError("cannot denoise " + name + ": " + r.message());
+    }
+    return result;
+}
+
+LoadedProfile loadProfile(const std::string& path)
+{
+    LoadedProfile loaded;
+    unsigned char* data = nullptr;
+    int length = 0;
+    EngineResult r = callEngine([&] { return DnReadProfile(path.c_str(), &data, &length, &loaded.settings); });
+    if (data && length > 0)
+        loaded.bytes.assign(data, data + length);
+    DnFreeMemory(data);
+    if (r.failed())
+        throw AppError("cannot load profile " + path + ": " + r.message());
+    return loaded;
+}
+
+void saveProfile(const std::string& path, const std::vector<uint8_t>& bytes, const DnFilterParams& settings)
+{
+    TempOutput out(path);
+    DnFilterParams params = settings;
+    EngineResult r = callEngine([&] {
+        return DnWriteProfile(out.path().c_str(), bytes.data(), static_cast<int>(bytes.size()), &params);
+    });
+    if (r.failed())
+        throw AppError("cannot write profile " + path + ": " + r.message());
+    out.commit();
+}
+
+std::vector<DnNoiseSample> profileSamples(const std::vector<uint8_t>& bytes, const std::string& path)
+{
+    SampleList list;
+    EngineResult r = callEngine([&] {
+        return DnReadProfileSamples2(&list, bytes.data(), static_cast<int>(bytes.size()), collectSample);
+    });
+    if (r.failed())
+        throw AppError("cannot read the samples of " + path + ": " + r.message());
+    return list.samples;
+}
+
+void applyTuning(std::optional<int> stripWidth, std::optional<int> rowsPerThread, std::optional<int> levels)
+{
+    if (stripWidth)
+        DnSetStripWidth(*stripWidth);
+    if (rowsPerThread)
+        DnSetRowsPerThread(*rowsPerThread);
+    if (levels && DnSetDenoiseLevels(*levels) != 0)
+        throw AppError("the library refuses " + std::to_string(*levels) + " wavelet levels (2 to 5, or -1 for automatic)");
+}
+
+}  // namespace murmex_app
