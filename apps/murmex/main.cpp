@@ -41,7 +41,7 @@ int main(int argc, char** argv)
         printError("interrupted");
         return ExitInterrupted;
     } catch (const UsageError& e) {
-        printError(std::string(e.what()) + " (see murmex --help)");
+        printError(e.what());
         return ExitUsage;
     } catch (const ReportedFailure&) {
         return ExitFailure;

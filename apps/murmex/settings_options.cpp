@@ -48,7 +48,16 @@ void SettingsOptions::addTo(CLI::App& app)
         const DnHostScale& s = DnHostScales[i];
         options_[i] = app.add_option(std::string("--") + s.name, values_[i], s.description)
                           ->type_name("VALUE")
-                          ->check(CLI::Range(s.low, s.high, scaleText(i)));
+                          ->check(CLI::Validator(
+                              [i](std::string& text) {
+                                  const DnHostScale& row = DnHostScales[i];
+                                  float v = 0.0f;
+                                  if (CLI::detail::lexical_cast(text, v) && v >= row.low && v <= row.high)
+                                      return std::string();
+                                  return "value " + text + " is not a number from " + formatFloat(row.low) + " to " +
+                                         formatFloat(row.high);
+                              },
+                              scaleText(i)));
     }
     app.add_flag_function(
         "--suppress-halos,!--no-suppress-halos", [this](int64_t n) { suppressHalos_ = n > 0 ? 1 : -1; },
