@@ -187,7 +187,15 @@ void copyMetadata(const std::string& from, const std::string& to)
     if (!source || (source->exifData().empty() && source->xmpData().empty()))
         return;
 
-    std::unique_ptr<Exiv2::Image> target = openForMetadata(to);
+    std::unique_ptr<Exiv2::Image> target;
+    try {
+        target = openForMetadata(to);
+    } catch (const AppError& e) {
+        const std::string message = e.what();
+        const std::string lead = "cannot read " + to + ": ";
+        throw AppError("cannot write metadata to " + to + ": " +
+                       (message.rfind(lead, 0) == 0 ? message.substr(lead.size()) : message));
+    }
     if (!target)
         throw AppError("cannot write metadata to " + to + ": unknown file type");
     const bool tiffTarget = target->imageType() == Exiv2::ImageType::tiff;
