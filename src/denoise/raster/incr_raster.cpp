@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <new>
 
 #include "base/ex.h"
 #include "base/qtless/qobject.h"
@@ -159,6 +160,60 @@ void JIncrRaster::unrefScanline(int row)
         pool_.push_back(s.buffer);
         s.buffer = nullptr;
         s.data = nullptr;
+    }
+}
+
+int JIncrRaster::claimRows(int row, int stride, int maxRows, float** outs)
+{
+    JMutexLocker lock(mutex_);
+    const int m = margin();
+    int n = 1;
+    for (; n < maxRows; ++n) {
+        const long long y = row + static_cast<long long>(n) * stride;
+        if (y < 0 || y >= height_)
+            break;
+        Slot& s = rows_[y];
+        if (s.count == 0 || s.buffer)
+            break;
+        char* buffer;
+        if (!pool_.empty()) {
+            buffer = pool_.back();
+            pool_.pop_back();
+        } else {
+            buffer = new (std::nothrow) char[bufferBytes(m)];
+            if (!buffer)
+                break;
+        }
+        s.buffer = buffer;
+        s.data = dataPointer(buffer, m);
+        s.bufferMargin = m;
+        s.busy.store(1, std::memory_order_relaxed);
+        ++s.count;
+        outs[n] = s.data;
+    }
+    return n;
+}
+
+void JIncrRaster::releaseClaimedRows(int row, int stride, int n, bool filled)
+{
+    for (int k = 1; k < n; ++k) {
+        Slot& s = rows_[row + k * stride];
+        if (filled) {
+            fillMargins(s.data, s.bufferMargin);
+            s.busy.store(0, std::memory_order_release);
+        }
+        JMutexLocker lock(mutex_);
+        if (!filled) {
+            pool_.push_back(s.buffer);
+            s.buffer = nullptr;
+            s.data = nullptr;
+            s.busy.store(0, std::memory_order_release);
+        }
+        if (--s.count == 0 && s.buffer) {
+            pool_.push_back(s.buffer);
+            s.buffer = nullptr;
+            s.data = nullptr;
+        }
     }
 }
 

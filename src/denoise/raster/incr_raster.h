@@ -93,6 +93,23 @@ public:
     bool rowPresent(int row);
     int pooledBuffers();
 
+protected:
+    // Rows computed together. A node whose rows are cheaper side by side (one
+    // serial chain of roundings per row, several rows in vector lanes) may,
+    // inside computeScanline(row), claim the rows row + k*stride, k = 1 ..
+    // maxRows-1, in order, as long as each is inside the raster, referenced
+    // (so its inputs are referenced too) and neither present nor being
+    // computed. A claimed row gets its buffer and the busy flag exactly as
+    // getScanline would give them, so readers wait for it as for any row
+    // being computed, plus one reference of the claim so that it cannot be
+    // released under the computation. outs[k] receives row k's data pointer
+    // (outs[0] is left alone). Returns the claimed count plus one (for row).
+    int claimRows(int row, int stride, int maxRows, float** outs);
+    // Ends the claim on rows row + k*stride, k = 1 .. n-1. Filled rows get
+    // their margins and lose the busy flag; after a failure (filled false)
+    // they go back to absent, as a row whose computation threw.
+    void releaseClaimedRows(int row, int stride, int n, bool filled);
+
 private:
     struct Slot {
         int count = 0;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "base/cpu_info.h"
+
 
 JIncrRaster_Variance::JIncrRaster_Variance(JIncrRaster& input, int radius)
     : JIncrRaster(input.width(), input.height()), input_(input), radius_(std::min(std::max(radius, 1), 5))
@@ -29,6 +31,8 @@ void JIncrRaster_Variance::computeScanline(int row, float* out)
         unrefScanline(row - 1);
         return;
     }
+    if (radius_ >= 3 && JCPUInfo::useSIMD(JCPUInfo::AVX2) && computeRowsSIMD(row, out))
+        return;
     const float* rows[11];
     const int n = 2 * radius_ + 1;
     for (int j = 0; j < n; ++j)

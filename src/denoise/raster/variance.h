@@ -8,10 +8,11 @@
 // one column per pixel, per row from the top: S = S - old^2, S = S + new^2,
 // each square rounded, nothing fused. The drift of that sum is accepted.
 // In turbo mode an odd row is a copy of the row above it.
-// There is no vector path: every pixel's sum depends on the previous one
-// through 2N rounded additions, so no lanes can share the work without
-// changing the roundings, and squaring the values in vector form beforehand
-// measured no faster (the chain of additions sets the pace).
+// Vector path (radii 3 to 5): within a row no lanes can share the work, since
+// every pixel's sum depends on the previous one through 2N rounded additions,
+// but the rows are independent chains. So the node computes up to 32 rows at
+// once, one row per lane, each lane through exactly the scalar roundings; see
+// variance_simd.cpp.
 #pragma once
 
 #include "denoise/raster/incr_raster.h"
@@ -31,6 +32,10 @@ private:
     void runningSum(const float* const* rows, float* out) const;
     // The window sum centred at pixel -1, turned through the mean and back.
     float initialSum(const float* const* rows) const;
+    // Rows row, row + d, row + 2d, ... (d = 2 in turbo mode) side by side in
+    // vector lanes, as many as claimRows hands over; false, with nothing done,
+    // when no row but `row` could be claimed.
+    bool computeRowsSIMD(int row, float* out);
 
     JIncrRaster& input_;
     int radius_;

@@ -1,6 +1,7 @@
 #include "denoise/raster/variance.h"
 
 #include <cmath>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -8,6 +9,7 @@
 #include "support/bits.h"
 #include "support/plane_node.h"
 #include "support/planes.h"
+#include "support/simd_paths.h"
 
 using murmex_test::PlaneNode;
 
@@ -49,6 +51,29 @@ std::vector<float> literalVariance(const std::vector<float>& p, int w, int h, in
         }
     }
     return out;
+}
+
+// Every row referenced before any is pulled, as the denoise driver does, then
+// pulled top to bottom: the vector path may compute the referenced rows below
+// a row together with it.
+std::vector<float> pullReferencedAhead(JIncrRaster& node)
+{
+    const int w = node.width(), h = node.height();
+    for (int y = 0; y < h; ++y)
+        node.refScanline(y);
+    std::vector<float> plane(static_cast<size_t>(w) * h);
+    for (int y = 0; y < h; ++y) {
+        const float* row = node.getScanline(y);
+        for (int x = 0; x < w; ++x)
+            plane[static_cast<size_t>(y) * w + x] = row[x];
+        node.unrefScanline(y);
+    }
+    return plane;
+}
+
+bool hasRowVectorPath()
+{
+    return JCPUInfo::detectedLevel() >= JCPUInfo::AVX2;
 }
 
 }  // namespace
@@ -174,4 +199,152 @@ TEST(VarianceTest, ReferencesAreBalanced)
     murmex_test::pullPlane(var);
     EXPECT_TRUE(murmex_test::allRowsReleased(var));
     EXPECT_TRUE(murmex_test::allRowsReleased(in));
+}
+
+TEST(VarianceTest, VectorPathsGiveTheScalarBitsForRadiiThreeToFive)
+{
+    // Awkward widths; heights below, around and above a block of 32 rows, so
+    // that blocks start and end on rows that read mirrored rows at the top and
+    // bottom; each pulled row by row (no row below is referenced, one row at a
+    // time) and with every row referenced first (rows in blocks).
+    for (int w : {1, 7, 33, 257})
+        for (int h : {1, 3, 12, 45})
+            for (int r = 3; r <= 5; ++r)
+                for (bool turbo : {false, true}) {
+                    const std::vector<float> p = murmex_test::mixedPlane(w, h, 300 + w * 7 + h + r);
+                    std::vector<float> scalar;
+                    murmex_test::forEachSIMDPath([&](const murmex_test::SIMDPath& path) {
+                        for (bool ahead : {false, true}) {
+                            PlaneNode in(w, h, p);
+                            JIncrRaster_Variance node(in, r);
+                            node.setTurbo(turbo);
+                            const std::vector<float> out =
+                                ahead ? pullReferencedAhead(node) : murmex_test::pullPlane(node);
+                            if (!path.enabled && !ahead)
+                                scalar = out;
+                            else
+                                EXPECT_TRUE(murmex_test::sameBits(scalar.data(), out.data(), w * h))
+                                    << path.name() << " width " << w << " height " << h << " radius " << r
+                                    << " turbo " << turbo << " ahead " << ahead;
+                            EXPECT_TRUE(murmex_test::allRowsReleased(node));
+                            EXPECT_TRUE(murmex_test::allRowsReleased(in));
+                            if (ahead) {
+                                for (int y = 0; y < h; ++y)
+                                    EXPECT_EQ(in.computeCount(y), 1) << path.name() << " row " << y;
+                            }
+                        }
+                    });
+                    // The literal loop mirrors columns only for rows wider than the radius.
+                    if (!turbo && w > r) {
+                        const std::vector<float> want = literalVariance(p, w, h, r);
+                        EXPECT_TRUE(murmex_test::sameBits(scalar.data(), want.data(), w * h))
+                            << "width " << w << " height " << h << " radius " << r;
+                    }
+                }
+}
+
+TEST(VarianceTest, VectorPathComputesTheReferencedRowsBelowTogether)
+{
+    if (!hasRowVectorPath())
+        GTEST_SKIP() << "no AVX2";
+    const int w = 20, h = 50;
+    for (bool turbo : {false, true}) {
+        murmex_test::ScopedSIMDPath vector({true, JCPUInfo::AVX2});
+        PlaneNode in(w, h, murmex_test::randomPlane(w, h, 5, -1.0f, 1.0f));
+        JIncrRaster_Variance node(in, 4);
+        node.setTurbo(turbo);
+        for (int y = 0; y < h; ++y)
+            node.refScanline(y);
+        // A row in the middle first: its block takes the next 31 rows of its
+        // kind (every row, or every even row in turbo mode, whose odd rows
+        // are copies), as far as the raster goes.
+        const int step = turbo ? 2 : 1;
+        const int first = turbo ? 8 : 9;
+        node.getScanline(first);
+        for (int y = 0; y < h; ++y) {
+            const bool inBlock = y >= first && y < first + 32 * step && (y - first) % step == 0;
+            EXPECT_EQ(node.rowPresent(y), inBlock) << "turbo " << turbo << " row " << y;
+        }
+        // Then row 0: its block stops at the first row already present.
+        node.getScanline(0);
+        for (int y = 0; y < first; ++y)
+            EXPECT_EQ(node.rowPresent(y), y % step == 0) << "turbo " << turbo << " row " << y;
+        for (int y = 0; y < h; ++y) {
+            const float* row = node.getScanline(y);
+            (void)row;
+        }
+        for (int y = 0; y < h; ++y)
+            EXPECT_EQ(in.computeCount(y), 1) << "turbo " << turbo << " row " << y;
+        for (int y = 0; y < h; ++y)
+            node.unrefScanline(y);
+        EXPECT_TRUE(murmex_test::allRowsReleased(node));
+        EXPECT_TRUE(murmex_test::allRowsReleased(in));
+    }
+}
+
+TEST(VarianceTest, VectorPathLeavesRowsNobodyReferencedAlone)
+{
+    if (!hasRowVectorPath())
+        GTEST_SKIP() << "no AVX2";
+    murmex_test::ScopedSIMDPath vector({true, JCPUInfo::AVX2});
+    const int w = 16, h = 30;
+    PlaneNode in(w, h, murmex_test::randomPlane(w, h, 6, -1.0f, 1.0f));
+    JIncrRaster_Variance node(in, 3);
+    for (int y = 0; y < 5; ++y)
+        node.refScanline(y);
+    node.getScanline(0);
+    for (int y = 0; y < h; ++y)
+        EXPECT_EQ(node.rowPresent(y), y < 5) << y;
+    // Input rows below row 4 + 3 were never referenced, so never computed.
+    for (int y = 0; y < h; ++y)
+        EXPECT_EQ(in.computeCount(y), y <= 7 ? 1 : 0) << y;
+    for (int y = 0; y < 5; ++y)
+        node.unrefScanline(y);
+    EXPECT_TRUE(murmex_test::allRowsReleased(node));
+    EXPECT_TRUE(murmex_test::allRowsReleased(in));
+}
+
+TEST(VarianceThreadTest, ThreadsPullingInterleavedRowsGetTheScalarBitsOnce)
+{
+    // Four threads pull every row of one node in different orders while the
+    // vector path computes blocks of rows: a thread that asks for a row
+    // another thread is computing in its block waits for it.
+    const int w = 45, h = 97;
+    const std::vector<float> p = murmex_test::randomPlane(w, h, 77, -1.0f, 1.0f);
+    for (bool turbo : {false, true}) {
+        std::vector<float> scalar;
+        {
+            murmex_test::ScopedSIMDPath off({false, JCPUInfo::Scalar});
+            PlaneNode in(w, h, p);
+            JIncrRaster_Variance node(in, 4);
+            node.setTurbo(turbo);
+            scalar = murmex_test::pullPlane(node);
+        }
+        PlaneNode in(w, h, p);
+        JIncrRaster_Variance node(in, 4);
+        node.setTurbo(turbo);
+        for (int y = 0; y < h; ++y)
+            node.refScanline(y);
+        std::vector<std::vector<float>> seen(4, std::vector<float>(static_cast<size_t>(w) * h));
+        std::vector<std::thread> threads;
+        for (int t = 0; t < 4; ++t)
+            threads.emplace_back([&, t] {
+                for (int i = 0; i < h; ++i) {
+                    const int y = (i * 5 + t * 24) % h;
+                    const float* r = node.getScanline(y);
+                    for (int x = 0; x < w; ++x)
+                        seen[t][static_cast<size_t>(y) * w + x] = r[x];
+                }
+            });
+        for (auto& th : threads)
+            th.join();
+        for (int t = 0; t < 4; ++t)
+            EXPECT_TRUE(murmex_test::sameBits(scalar.data(), seen[t].data(), w * h)) << "thread " << t;
+        for (int y = 0; y < h; ++y)
+            node.unrefScanline(y);
+        for (int y = 0; y < h; ++y)
+            EXPECT_EQ(in.computeCount(y), 1) << y;
+        EXPECT_TRUE(murmex_test::allRowsReleased(node));
+        EXPECT_TRUE(murmex_test::allRowsReleased(in));
+    }
 }

@@ -1,0 +1,105 @@
+// The variance nodes as the denoise driver uses them, scalar rows against the
+// vector paths, on a 2064 x 256 plane of seeded values (a 2000-pixel strip
+// with its margins): Variance with radius 4 (luminance details) and
+// VarianceStepAbs with radius 2 and steps 1 to 4 (chrominance details of
+// levels 0 to 3). Every input row is computed once before timing and kept,
+// and every output row is referenced before any is pulled, as in the driver,
+// so the time is the node's own. items_per_second counts output pixels.
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+
+#include "base/cpu_info.h"
+#include "denoise/raster/incr_raster.h"
+#include "denoise/raster/variance.h"
+#include "denoise/raster/variance_step_abs.h"
+
+namespace {
+
+constexpr int kWidth = 2064;
+constexpr int kHeight = 256;
+
+// Rows copied from a plane of seeded detail-like values.
+class DetailPlane : public JIncrRaster {
+public:
+    DetailPlane() : JIncrRaster(kWidth, kHeight), plane_(static_cast<size_t>(kWidth) * kHeight)
+    {
+        std::mt19937 rng(17);
+        std::uniform_real_distribution<float> dist(-0.05f, 0.05f);
+        for (float& v : plane_)
+            v = dist(rng);
+    }
+    void computeScanline(int row, float* out) override
+    {
+        std::memcpy(out, plane_.data() + static_cast<size_t>(row) * width(), sizeof(float) * width());
+    }
+    void refInputs(int) override {}
+
+    // Holds every row so that pulls through a node never recompute it.
+    void holdAllRows()
+    {
+        for (int y = 0; y < kHeight; ++y) {
+            refScanline(y);
+            getScanline(y);
+        }
+    }
+
+private:
+    std::vector<float> plane_;
+};
+
+void pullAll(benchmark::State& state, JIncrRaster& node)
+{
+    for (auto _ : state) {
+        for (int y = 0; y < kHeight; ++y)
+            node.refScanline(y);
+        for (int y = 0; y < kHeight; ++y) {
+            benchmark::DoNotOptimize(node.getScanline(y));
+            node.unrefScanline(y);
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(kWidth) * kHeight);
+}
+
+bool setPath(benchmark::State& state, bool vector)
+{
+    if (vector && JCPUInfo::detectedLevel() < JCPUInfo::AVX2) {
+        state.SkipWithError("no AVX2 on this processor");
+        return false;
+    }
+    JCPUInfo::SIMDSupported = vector;
+    JCPUInfo::SIMDLevel = vector ? JCPUInfo::detectedLevel() : static_cast<int>(JCPUInfo::Scalar);
+    return true;
+}
+
+// Args: vector path on or off, turbo rows on or off.
+void BM_Variance(benchmark::State& state)
+{
+    if (!setPath(state, state.range(0) != 0))
+        return;
+    DetailPlane in;
+    JIncrRaster_Variance node(in, 4);
+    node.setTurbo(state.range(1) != 0);
+    in.holdAllRows();
+    pullAll(state, node);
+    JCPUInfo::reset();
+}
+
+// Args: vector path on or off, step.
+void BM_VarianceStepAbs(benchmark::State& state)
+{
+    if (!setPath(state, state.range(0) != 0))
+        return;
+    DetailPlane in;
+    JIncrRaster_VarianceStepAbs node(in, 2, static_cast<int>(state.range(1)));
+    in.holdAllRows();
+    pullAll(state, node);
+    JCPUInfo::reset();
+}
+
+BENCHMARK(BM_Variance)->ArgNames({"vector", "turbo"})->Args({0, 0})->Args({1, 0})->Args({0, 1})->Args({1, 1});
+BENCHMARK(BM_VarianceStepAbs)->ArgNames({"vector", "step"})->ArgsProduct({{0, 1}, {1, 2, 3, 4}});
+
+}  // namespace

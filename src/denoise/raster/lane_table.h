@@ -1,0 +1,117 @@
+// Input rows laid out for computing output rows side by side in vector lanes.
+//
+// A node whose row is one serial chain of roundings (a running sum) cannot
+// spread a row over lanes, but it can run several rows at once, one per lane
+// (see JIncrRaster::claimRows). Lane k computes output row row0 + k*d; its
+// taps are input rows row0 + k*d + t for fixed offsets t. The table stores,
+// column by column, input row i = m*d + p (counted from the first input row
+// the block reads) at entry p*M + m, so that one unaligned load at
+// entry(t) = (t % d)*M + t / d gives tap t of eight consecutive lanes.
+// Entries past the last input row are zero. Used by the vector paths of
+// Variance and VarianceStepAbs.
+#pragma once
+
+#include <immintrin.h>
+
+#include <cstddef>
+#include <vector>
+
+namespace lane_table {
+
+#define MURMEX_LANES_AVX2 __attribute__((target("avx2,fma")))
+
+// What an entry holds of its input value v: v itself, v*v (rounded), |v|.
+enum Op { Value, Square, Magnitude };
+
+struct Table {
+    const float* data = nullptr;
+    int colStride = 0;  // floats per column
+    int M = 0;          // entries per residue class of the input row index
+    int d = 1;
+    int entry(int tap) const { return (tap % d) * M + tap / d; }
+    const float* column(int c) const { return data + static_cast<ptrdiff_t>(c) * colStride; }
+};
+
+template <Op op>
+MURMEX_LANES_AVX2 inline __m256 apply8(__m256 v)
+{
+    if constexpr (op == Square)
+        return _mm256_mul_ps(v, v);
+    else if constexpr (op == Magnitude)
+        return _mm256_and_ps(v, _mm256_castsi256_ps(_mm256_set1_epi32(0x7fffffff)));
+    else
+        return v;
+}
+
+template <Op op>
+inline float apply1(float v)
+{
+    if constexpr (op == Square)
+        return v * v;
+    else if constexpr (op == Magnitude)
+        return __builtin_fabsf(v);
+    else
+        return v;
+}
+
+// r[0..7] become the columns of the 8 x 8 block whose rows they were.
+MURMEX_LANES_AVX2 inline void transpose8(__m256 r[8])
+{
+    const __m256 t0 = _mm256_unpacklo_ps(r[0], r[1]), t1 = _mm256_unpackhi_ps(r[0], r[1]);
+    const __m256 t2 = _mm256_unpacklo_ps(r[2], r[3]), t3 = _mm256_unpackhi_ps(r[2], r[3]);
+    const __m256 t4 = _mm256_unpacklo_ps(r[4], r[5]), t5 = _mm256_unpackhi_ps(r[4], r[5]);
+    const __m256 t6 = _mm256_unpacklo_ps(r[6], r[7]), t7 = _mm256_unpackhi_ps(r[6], r[7]);
+    const __m256 u0 = _mm256_shuffle_ps(t0, t2, 0x44), u1 = _mm256_shuffle_ps(t0, t2, 0xee);
+    const __m256 u2 = _mm256_shuffle_ps(t1, t3, 0x44), u3 = _mm256_shuffle_ps(t1, t3, 0xee);
+    const __m256 u4 = _mm256_shuffle_ps(t4, t6, 0x44), u5 = _mm256_shuffle_ps(t4, t6, 0xee);
+    const __m256 u6 = _mm256_shuffle_ps(t5, t7, 0x44), u7 = _mm256_shuffle_ps(t5, t7, 0xee);
+    r[0] = _mm256_permute2f128_ps(u0, u4, 0x20);
+    r[1] = _mm256_permute2f128_ps(u1, u5, 0x20);
+    r[2] = _mm256_permute2f128_ps(u2, u6, 0x20);
+    r[3] = _mm256_permute2f128_ps(u3, u7, 0x20);
+    r[4] = _mm256_permute2f128_ps(u0, u4, 0x31);
+    r[5] = _mm256_permute2f128_ps(u1, u5, 0x31);
+    r[6] = _mm256_permute2f128_ps(u2, u6, 0x31);
+    r[7] = _mm256_permute2f128_ps(u3, u7, 0x31);
+}
+
+// Fills `store` with columns x0 .. x0 + columns - 1 of the nIn input rows
+// in[0..nIn-1] (op applied), for `lanes` lanes (a multiple of 8) whose taps
+// reach up to input row (lanes - 1)*d + maxTap. Reads only those columns.
+template <Op op>
+MURMEX_LANES_AVX2 Table build(const float* const* in, int nIn, int d, int x0, int columns, int lanes, int maxTap,
+                              std::vector<float>& store)
+{
+    Table t;
+    t.d = d;
+    t.M = (lanes + maxTap / d + 7) / 8 * 8;
+    t.colStride = d * t.M;
+    store.resize(static_cast<size_t>(columns) * t.colStride);
+    float* base = store.data();
+    const __m256 zero = _mm256_setzero_ps();
+    for (int p = 0; p < d; ++p)
+        for (int m0 = 0; m0 < t.M; m0 += 8) {
+            const float* src[8];
+            for (int q = 0; q < 8; ++q) {
+                const int i = (m0 + q) * d + p;
+                src[q] = i < nIn ? in[i] + x0 : nullptr;
+            }
+            float* dst = base + p * t.M + m0;
+            int c = 0;
+            for (; c + 8 <= columns; c += 8) {
+                __m256 r[8];
+                for (int q = 0; q < 8; ++q)
+                    r[q] = src[q] ? apply8<op>(_mm256_loadu_ps(src[q] + c)) : zero;
+                transpose8(r);
+                for (int q = 0; q < 8; ++q)
+                    _mm256_storeu_ps(dst + static_cast<ptrdiff_t>(c + q) * t.colStride, r[q]);
+            }
+            for (; c < columns; ++c)
+                for (int q = 0; q < 8; ++q)
+                    dst[static_cast<ptrdiff_t>(c) * t.colStride + q] = src[q] ? apply1<op>(src[q][c]) : 0.0f;
+        }
+    t.data = base;
+    return t;
+}
+
+}  // namespace lane_table
