@@ -54,6 +54,21 @@ std::vector<float> pullPlane(JIncrRaster& node)
     return plane;
 }
 
+std::vector<float> pullPlaneReferencedFirst(JIncrRaster& node)
+{
+    const int w = node.width();
+    for (int y = 0; y < node.height(); ++y)
+        node.refScanline(y);
+    std::vector<float> plane(static_cast<size_t>(w) * node.height());
+    for (int y = 0; y < node.height(); ++y) {
+        const float* row = node.getScanline(y);
+        for (int x = 0; x < w; ++x)
+            plane[static_cast<size_t>(y) * w + x] = row[x];
+        node.unrefScanline(y);
+    }
+    return plane;
+}
+
 ::testing::AssertionResult allRowsReleased(JIncrRaster& node)
 {
     for (int y = 0; y < node.height(); ++y) {

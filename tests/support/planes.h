@@ -23,6 +23,11 @@ std::vector<float> mixedPlane(int width, int height, uint32_t seed);
 // each row is referenced, fetched, copied and unreferenced.
 std::vector<float> pullPlane(JIncrRaster& node);
 
+// The same rows, but every row is referenced before any is fetched (as the
+// denoise driver does), then fetched, copied and unreferenced top to bottom:
+// nodes that compute referenced rows together get the chance to.
+std::vector<float> pullPlaneReferencedFirst(JIncrRaster& node);
+
 // Succeeds when no row of the node holds a reference or a buffer.
 ::testing::AssertionResult allRowsReleased(JIncrRaster& node);
 

@@ -76,7 +76,7 @@ MURMEX_LANES_AVX2 inline void transpose8(__m256 r[8])
 }
 
 // Fills `store` with columns x0 .. x0 + columns - 1 of the nIn input rows
-// in[0..nIn-1] (op applied), for `lanes` lanes (a multiple of 8) whose taps
+// in[0..nIn-1] (op applied; a null row reads as zeros), for `lanes` lanes (a multiple of 8) whose taps
 // reach up to input row (lanes - 1)*d + maxTap. Reads only those columns.
 template <Op op>
 MURMEX_LANES_AVX2 Table build(const float* const* in, int nIn, int d, int x0, int columns, int lanes, int maxTap,
@@ -94,7 +94,7 @@ MURMEX_LANES_AVX2 Table build(const float* const* in, int nIn, int d, int x0, in
             const float* src[8];
             for (int q = 0; q < 8; ++q) {
                 const int i = (m0 + q) * d + p;
-                src[q] = i < nIn ? in[i] + x0 : nullptr;
+                src[q] = i < nIn && in[i] ? in[i] + x0 : nullptr;
             }
             float* dst = base + p * t.M + m0;
             int c = 0;

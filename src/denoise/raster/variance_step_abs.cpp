@@ -53,6 +53,8 @@ void JIncrRaster_VarianceStepAbs::computeScanline(int row, float* out)
         unrefScanline(row - 1);
         return;
     }
+    if (radius_ == 2 && JCPUInfo::useSIMD(JCPUInfo::AVX2) && radius2RowsSIMD(row, out))
+        return;
     const float* rows[7];
     int n = 0;
     for (int k = firstTap(); k <= lastTap(); ++k) {

@@ -10,6 +10,9 @@
 //   divided by 9, deliberately. Radius 3: 7 x 7 taps, T = 49. Any other radius
 //   leaves the row unwritten.
 // In turbo mode an odd row is a copy of the row above it.
+// Radius 2 has vector paths with the same values: rows side by side in lanes
+// when the rows below are referenced, else classes side by side within a row
+// (variance_step_abs_simd.cpp).
 #pragma once
 
 #include "denoise/raster/incr_raster.h"
@@ -36,6 +39,10 @@ private:
     // radius2, starting from and leaving behind the ring of sums; returns the
     // first pixel it left to the scalar loop. See variance_step_abs_simd.cpp.
     int radius2_SIMD(const float* const* rows, float* out, float* ring) const;
+    // Radius-2 rows row, row + d, row + 2d, ... (d = 2 in turbo mode) side by
+    // side in vector lanes, as many as claimRows hands over; false, with
+    // nothing done, when no row but `row` could be claimed.
+    bool radius2RowsSIMD(int row, float* out);
 
     JIncrRaster& input_;
     int radius_;

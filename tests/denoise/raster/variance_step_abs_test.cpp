@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <random>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -245,4 +246,104 @@ TEST(VarianceStepAbsTest, VectorPathsGiveTheScalarBitsForRadiusTwo)
                     EXPECT_TRUE(murmex_test::allRowsReleased(in));
                 });
             }
+}
+
+TEST(VarianceStepAbsTest, VectorPathsGiveTheScalarBitsForRadiusTwoRowsComputedTogether)
+{
+    // Every row referenced first, so that the vector path runs blocks of rows
+    // side by side; heights below, around and above a block of 32 rows, so
+    // that blocks start and end on rows that read mirrored rows.
+    for (int w : {1, 7, 33, 257})
+        for (int h : {3, 12, 45})
+            for (int s : {1, 2, 3, 4, 5})
+                for (bool turbo : {false, true}) {
+                    const std::vector<float> p = murmex_test::mixedPlane(w, h, 500 + w + h * 3 + s);
+                    std::vector<float> scalar;
+                    murmex_test::forEachSIMDPath([&](const murmex_test::SIMDPath& path) {
+                        PlaneNode in(w, h, p);
+                        JIncrRaster_VarianceStepAbs node(in, 2, s);
+                        node.setTurbo(turbo);
+                        const std::vector<float> out = murmex_test::pullPlaneReferencedFirst(node);
+                        if (!path.enabled)
+                            scalar = out;
+                        else
+                            EXPECT_TRUE(murmex_test::sameBits(scalar.data(), out.data(), w * h))
+                                << path.name() << " width " << w << " height " << h << " step " << s << " turbo "
+                                << turbo;
+                        EXPECT_TRUE(murmex_test::allRowsReleased(node));
+                        EXPECT_TRUE(murmex_test::allRowsReleased(in));
+                    });
+                    if (!turbo && w > 2 * s) {
+                        const std::vector<float> want = literalStepAbs(p, w, h, 2, s);
+                        EXPECT_TRUE(murmex_test::sameBits(scalar.data(), want.data(), w * h))
+                            << "width " << w << " height " << h << " step " << s;
+                    }
+                }
+}
+
+TEST(VarianceStepAbsTest, RowsComputedTogetherReadOnlyTheRowsTheyTap)
+{
+    if (JCPUInfo::detectedLevel() < JCPUInfo::AVX2)
+        GTEST_SKIP() << "no AVX2";
+    murmex_test::ScopedSIMDPath vector({true, JCPUInfo::AVX2});
+    const int w = 16, h = 60, s = 4;
+    PlaneNode in(w, h, murmex_test::randomPlane(w, h, 9, -1.0f, 1.0f));
+    JIncrRaster_VarianceStepAbs node(in, 2, s);
+    // Rows 10 and 11 together tap rows 2, 3, 6, 7, ..., 18, 19 only.
+    node.refScanline(10);
+    node.refScanline(11);
+    node.getScanline(10);
+    EXPECT_TRUE(node.rowPresent(11));
+    for (int y = 0; y < h; ++y) {
+        const bool tapped = y >= 2 && y <= 19 && (y % 4 == 2 || y % 4 == 3);
+        EXPECT_EQ(in.computeCount(y), tapped ? 1 : 0) << y;
+    }
+    node.unrefScanline(10);
+    node.unrefScanline(11);
+    EXPECT_TRUE(murmex_test::allRowsReleased(node));
+    EXPECT_TRUE(murmex_test::allRowsReleased(in));
+}
+
+TEST(VarianceStepAbsThreadTest, ThreadsPullingInterleavedRowsGetTheScalarBitsOnce)
+{
+    const int w = 41, h = 101;
+    const std::vector<float> p = murmex_test::randomPlane(w, h, 78, -1.0f, 1.0f);
+    for (int s : {1, 3})
+        for (bool turbo : {false, true}) {
+            std::vector<float> scalar;
+            {
+                murmex_test::ScopedSIMDPath off({false, JCPUInfo::Scalar});
+                PlaneNode in(w, h, p);
+                JIncrRaster_VarianceStepAbs node(in, 2, s);
+                node.setTurbo(turbo);
+                scalar = murmex_test::pullPlane(node);
+            }
+            PlaneNode in(w, h, p);
+            JIncrRaster_VarianceStepAbs node(in, 2, s);
+            node.setTurbo(turbo);
+            for (int y = 0; y < h; ++y)
+                node.refScanline(y);
+            std::vector<std::vector<float>> seen(4, std::vector<float>(static_cast<size_t>(w) * h));
+            std::vector<std::thread> threads;
+            for (int t = 0; t < 4; ++t)
+                threads.emplace_back([&, t] {
+                    for (int i = 0; i < h; ++i) {
+                        const int y = (i * 7 + t * 26) % h;
+                        const float* r = node.getScanline(y);
+                        for (int x = 0; x < w; ++x)
+                            seen[t][static_cast<size_t>(y) * w + x] = r[x];
+                    }
+                });
+            for (auto& th : threads)
+                th.join();
+            for (int t = 0; t < 4; ++t)
+                EXPECT_TRUE(murmex_test::sameBits(scalar.data(), seen[t].data(), w * h))
+                    << "thread " << t << " step " << s << " turbo " << turbo;
+            for (int y = 0; y < h; ++y)
+                node.unrefScanline(y);
+            for (int y = 0; y < h; ++y)
+                EXPECT_EQ(in.computeCount(y), 1) << y;
+            EXPECT_TRUE(murmex_test::allRowsReleased(node));
+            EXPECT_TRUE(murmex_test::allRowsReleased(in));
+        }
 }

@@ -53,24 +53,6 @@ std::vector<float> literalVariance(const std::vector<float>& p, int w, int h, in
     return out;
 }
 
-// Every row referenced before any is pulled, as the denoise driver does, then
-// pulled top to bottom: the vector path may compute the referenced rows below
-// a row together with it.
-std::vector<float> pullReferencedAhead(JIncrRaster& node)
-{
-    const int w = node.width(), h = node.height();
-    for (int y = 0; y < h; ++y)
-        node.refScanline(y);
-    std::vector<float> plane(static_cast<size_t>(w) * h);
-    for (int y = 0; y < h; ++y) {
-        const float* row = node.getScanline(y);
-        for (int x = 0; x < w; ++x)
-            plane[static_cast<size_t>(y) * w + x] = row[x];
-        node.unrefScanline(y);
-    }
-    return plane;
-}
-
 bool hasRowVectorPath()
 {
     return JCPUInfo::detectedLevel() >= JCPUInfo::AVX2;
@@ -219,7 +201,7 @@ TEST(VarianceTest, VectorPathsGiveTheScalarBitsForRadiiThreeToFive)
                             JIncrRaster_Variance node(in, r);
                             node.setTurbo(turbo);
                             const std::vector<float> out =
-                                ahead ? pullReferencedAhead(node) : murmex_test::pullPlane(node);
+                                ahead ? murmex_test::pullPlaneReferencedFirst(node) : murmex_test::pullPlane(node);
                             if (!path.enabled && !ahead)
                                 scalar = out;
                             else
