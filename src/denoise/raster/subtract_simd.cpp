@@ -10,28 +10,18 @@
 // stays on the vector units.
 #include <immintrin.h>
 
-#include "base/cpu_info.h"
 #include "denoise/raster/subtract.h"
+#include "denoise/raster/pixelwise_simd.h"
 
 namespace {
 
-__attribute__((target("avx512f,avx512dq,avx512bw,avx512vl,fma")))
-int subtractAVX512(const float* a, const float* b, float* out, int n)
-{
-    int x = 0;
-    for (; x + 16 <= n; x += 16)
-        _mm512_storeu_ps(out + x, _mm512_sub_ps(_mm512_loadu_ps(a + x), _mm512_loadu_ps(b + x)));
-    return x;
-}
-
-__attribute__((target("avx2,fma")))
-int subtractAVX2(const float* a, const float* b, float* out, int n)
-{
-    int x = 0;
-    for (; x + 8 <= n; x += 8)
-        _mm256_storeu_ps(out + x, _mm256_sub_ps(_mm256_loadu_ps(a + x), _mm256_loadu_ps(b + x)));
-    return x;
-}
+struct SubtractOp {
+    __attribute__((target("avx512f,avx512dq,avx512bw,avx512vl,fma"))) static __m512 v16(__m512 a, __m512 b)
+    {
+        return _mm512_sub_ps(a, b);
+    }
+    __attribute__((target("avx2,fma"))) static __m256 v8(__m256 a, __m256 b) { return _mm256_sub_ps(a, b); }
+};
 
 }  // namespace
 
@@ -40,11 +30,7 @@ void JIncrRaster_Subtract::computeScanline_SIMD(int row, float* out)
     const float* a = a_.getScanline(row);
     const float* b = b_.getScanline(row);
     const int n = width();
-    int x = 0;
-    if (JCPUInfo::useSIMD(JCPUInfo::AVX512))
-        x = subtractAVX512(a, b, out, n);
-    else if (JCPUInfo::useSIMD(JCPUInfo::AVX2))
-        x = subtractAVX2(a, b, out, n);
+    int x = pixelwise_simd::row<SubtractOp>(a, b, out, n);
     for (; x < n; ++x)
         out[x] = a[x] - b[x];
     a_.unrefScanline(row);
