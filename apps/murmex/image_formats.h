@@ -10,10 +10,23 @@
 
 namespace murmex_app::detail {
 
-// What a file holds, judged by its first bytes (and, for TIFF-structured
-// files, by the marks that camera raw formats built on TIFF carry).
-enum class SourceKind { Tiff, Png, Jpeg, CameraRaw };
+// What a file holds, judged by its first bytes and, for TIFF-structured
+// files, by the marks that camera raw formats built on TIFF carry (their
+// first directory is mostly a small preview, which must not be mistaken for
+// the photograph):
+//   TiffCameraRaw      marked unmistakably as raw data: only the raw decoder
+//                      reads it;
+//   TiffMaybeCameraRaw TIFF with sub-directories: the raw decoder first, then
+//                      libtiff if the raw decoder does not know it;
+//   CameraRaw          anything else that is not TIFF, PNG or JPEG.
+enum class SourceKind { Tiff, Png, Jpeg, TiffCameraRaw, TiffMaybeCameraRaw, CameraRaw };
 SourceKind detectSource(const std::string& path);
+
+// The raw marks of a TIFF-structured file's first directory: a raw-format
+// version tag, colour-filter-array or linear-raw samples, or a
+// reduced-resolution first image give TiffCameraRaw; sub-directories alone
+// give TiffMaybeCameraRaw; none give Tiff (also when libtiff cannot open it).
+SourceKind tiffRawMarks(const std::string& path);
 
 Image readTiff(const std::string& path);
 Image readPng(const std::string& path);

@@ -17,13 +17,10 @@ namespace detail {
 
 namespace {
 
-// A TIFF-structured file that holds a camera's sensor data rather than a
-// finished picture: its first directory is usually a small preview, which
-// must not be mistaken for the photograph.
-bool tiffLooksLikeCameraRaw(const unsigned char* head, size_t n)
+// One maker's raw files borrow the TIFF header and mark themselves with "CR"
+// in bytes 8 and 9.
+bool hasRawMarkAfterTiffHeader(const unsigned char* head, size_t n)
 {
-    // The raw formats that only borrow the TIFF layout mark themselves in
-    // the bytes after the header (8 and 9: "CR" for one maker's raw files).
     return n >= 10 && head[8] == 'C' && head[9] == 'R';
 }
 
@@ -123,8 +120,8 @@ SourceKind detectSource(const std::string& path)
         return SourceKind::Jpeg;
     const bool intel = n >= 4 && head[0] == 'I' && head[1] == 'I' && (head[2] == 42 || head[2] == 43) && head[3] == 0;
     const bool motorola = n >= 4 && head[0] == 'M' && head[1] == 'M' && head[2] == 0 && (head[3] == 42 || head[3] == 43);
-    if ((intel || motorola) && !tiffLooksLikeCameraRaw(head, n))
-        return SourceKind::Tiff;
+    if (intel || motorola)
+        return hasRawMarkAfterTiffHeader(head, n) ? SourceKind::TiffCameraRaw : tiffRawMarks(path);
     return SourceKind::CameraRaw;
 }
 
@@ -139,6 +136,20 @@ Image readImage(const std::string& path)
         return detail::readJpeg(path);
     case detail::SourceKind::Tiff:
         return detail::readTiff(path);
+    case detail::SourceKind::TiffMaybeCameraRaw:
+        // Not understood by the raw decoder, it may still be an ordinary
+        // TIFF with extra directories. The raw decoder's complaint is the
+        // one reported when libtiff cannot read it either.
+        try {
+            return detail::readCameraRaw(path);
+        } catch (const AppError& rawError) {
+            try {
+                return detail::readTiff(path);
+            } catch (const AppError&) {
+                throw rawError;
+            }
+        }
+    case detail::SourceKind::TiffCameraRaw:
     case detail::SourceKind::CameraRaw:
         break;
     }

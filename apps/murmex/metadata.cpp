@@ -204,10 +204,12 @@ void copyMetadata(const std::string& from, const std::string& to)
         throw AppError("cannot write metadata to " + to + ": not a readable TIFF file");
 
     // The raw decoder has already turned the pixels upright, so the
-    // camera's orientation no longer applies.
+    // camera's orientation no longer applies. (A TIFF with sub-directories
+    // that the raw decoder does not know was read as stored.)
     bool pixelsUpright = false;
     try {
-        pixelsUpright = detail::detectSource(from) == detail::SourceKind::CameraRaw;
+        const detail::SourceKind kind = detail::detectSource(from);
+        pixelsUpright = kind == detail::SourceKind::CameraRaw || kind == detail::SourceKind::TiffCameraRaw;
     } catch (const AppError&) {
     }
 

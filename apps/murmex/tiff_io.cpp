@@ -51,21 +51,6 @@ struct TiffCloser {
 };
 using TiffPtr = std::unique_ptr<TIFF, TiffCloser>;
 
-bool isCameraRawDirectory(TIFF* tif, uint16_t photometric)
-{
-    void* p = nullptr;
-    uint16_t n16 = 0;
-    uint64_t* offsets = nullptr;
-    uint32_t subfileType = 0;
-    if (TIFFGetField(tif, TIFFTAG_DNGVERSION, &p))
-        return true;
-    if (TIFFGetField(tif, TIFFTAG_SUBIFD, &n16, &offsets) && n16 > 0)
-        return true;
-    if (TIFFGetField(tif, TIFFTAG_SUBFILETYPE, &subfileType) && (subfileType & FILETYPE_REDUCEDIMAGE))
-        return true;
-    return photometric == 32803 /* colour filter array */ || photometric == 34892 /* linear raw */;
-}
-
 // Reads all samples of the first directory as 16-bit values, `spp` per pixel
 // interleaved, whatever the storage (strips or tiles, one plane or several).
 void readSamples(TIFF* tif, const std::string& path, uint32_t width, uint32_t height, uint16_t spp, uint16_t bps,
@@ -142,11 +127,6 @@ Image readTiff(const std::string& path)
     TIFFGetFieldDefaulted(tif.get(), TIFFTAG_PLANARCONFIG, &planar);
     TIFFGetFieldDefaulted(tif.get(), TIFFTAG_SAMPLEFORMAT, &sampleFormat);
     const bool hasPhotometric = TIFFGetField(tif.get(), TIFFTAG_PHOTOMETRIC, &photometric) != 0;
-
-    if (isCameraRawDirectory(tif.get(), photometric)) {
-        tif.reset();
-        return readCameraRaw(path);
-    }
 
     Image image;
     uint32_t iccSize = 0;
@@ -225,6 +205,29 @@ Image readTiff(const std::string& path)
         storeRow(image, static_cast<int>(y), px.data(), channels);
     }
     return image;
+}
+
+SourceKind tiffRawMarks(const std::string& path)
+{
+    installTiffHandlers();
+    TiffPtr tif(TIFFOpen(path.c_str(), "r"));
+    if (!tif)
+        return SourceKind::Tiff;
+    void* dngVersion = nullptr;
+    uint16_t photometric = 0;
+    uint32_t subfileType = 0;
+    uint16_t subDirectories = 0;
+    uint64_t* offsets = nullptr;
+    if (TIFFGetField(tif.get(), TIFFTAG_DNGVERSION, &dngVersion))
+        return SourceKind::TiffCameraRaw;
+    if (TIFFGetField(tif.get(), TIFFTAG_PHOTOMETRIC, &photometric) &&
+        (photometric == 32803 /* colour filter array */ || photometric == 34892 /* linear raw */))
+        return SourceKind::TiffCameraRaw;
+    if (TIFFGetField(tif.get(), TIFFTAG_SUBFILETYPE, &subfileType) && (subfileType & FILETYPE_REDUCEDIMAGE))
+        return SourceKind::TiffCameraRaw;
+    if (TIFFGetField(tif.get(), TIFFTAG_SUBIFD, &subDirectories, &offsets) && subDirectories > 0)
+        return SourceKind::TiffMaybeCameraRaw;
+    return SourceKind::Tiff;
 }
 
 bool readTiffShape(const std::string& path, TiffShape& shape)

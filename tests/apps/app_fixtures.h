@@ -145,6 +145,8 @@ struct RawTiff {
     bool separate = false, tiled = false, alphaExtra = false;
     std::vector<uint16_t> samples;
     std::vector<uint16_t> colormap;  // 3 * 2^bps entries for palette images
+    uint32_t subfileType = 0;        // FILETYPE_REDUCEDIMAGE marks a preview
+    bool withSubDirectory = false;   // a 2 x 2 grey image in a sub-directory
 };
 
 inline bool writeRawTiff(const std::string& path, const RawTiff& t)
@@ -162,6 +164,12 @@ inline bool writeRawTiff(const std::string& path, const RawTiff& t)
     if (t.alphaExtra) {
         const uint16_t extra[1] = {EXTRASAMPLE_UNASSALPHA};
         TIFFSetField(tif, TIFFTAG_EXTRASAMPLES, 1, extra);
+    }
+    if (t.subfileType != 0)
+        TIFFSetField(tif, TIFFTAG_SUBFILETYPE, t.subfileType);
+    if (t.withSubDirectory) {
+        uint64_t offsets[1] = {0};
+        TIFFSetField(tif, TIFFTAG_SUBIFD, 1, offsets);
     }
     if (!t.colormap.empty()) {
         const size_t n = t.colormap.size() / 3;
@@ -207,6 +215,18 @@ inline bool writeRawTiff(const std::string& path, const RawTiff& t)
                 pack(buf, 0, y, t.width, 1, plane);
                 ok = TIFFWriteScanline(tif, buf.data(), static_cast<uint32_t>(y), static_cast<uint16_t>(plane)) >= 0;
             }
+    }
+    if (ok && t.withSubDirectory) {
+        ok = TIFFWriteDirectory(tif) != 0;
+        TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, 2u);
+        TIFFSetField(tif, TIFFTAG_IMAGELENGTH, 2u);
+        TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 8);
+        TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, 1);
+        TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
+        TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, 2u);
+        const uint8_t grey[2] = {7, 9};
+        for (uint32_t y = 0; y < 2 && ok; ++y)
+            ok = TIFFWriteScanline(tif, const_cast<uint8_t*>(grey), y, 0) >= 0;
     }
     TIFFClose(tif);
     return ok;

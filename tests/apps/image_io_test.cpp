@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "murmex/app_error.h"
+#include "murmex/image_formats.h"
 #include "apps/app_fixtures.h"
 #include "support/temp_dir.h"
 
@@ -525,6 +526,40 @@ TEST(ImageIoTest, RawFileThatTheDecoderCannotOpenIsAnError)
         const std::string msg = appErrorOf([&] { readImage(dir.file(name)); });
         EXPECT_EQ(msg.rfind("cannot read " + dir.file(name) + ": ", 0), 0u) << msg;
     }
+}
+
+TEST(ImageIoTest, TiffWhoseFirstImageIsAPreviewIsLeftToTheRawDecoder)
+{
+    // A reduced-resolution first image is how raw files built on TIFF store
+    // their preview; reading it as the photograph would be wrong, so the
+    // raw decoder's refusal is the answer.
+    TempDir dir;
+    RawTiff t;
+    t.width = 4;
+    t.height = 2;
+    t.samples.assign(4 * 2 * 3, 1000);
+    t.subfileType = FILETYPE_REDUCEDIMAGE;
+    ASSERT_TRUE(writeRawTiff(dir.file("preview.tif"), t));
+    EXPECT_EQ(murmex_app::detail::detectSource(dir.file("preview.tif")), murmex_app::detail::SourceKind::TiffCameraRaw);
+    EXPECT_THROW(readImage(dir.file("preview.tif")), AppError);
+}
+
+TEST(ImageIoTest, TiffWithSubDirectoriesThatIsNoRawFileReadsAsTiff)
+{
+    TempDir dir;
+    const Image ref = randomImage(5, 3, 3, 15);
+    RawTiff t;
+    t.width = 5;
+    t.height = 3;
+    for (size_t p = 0; p < 15; ++p)
+        for (int c = 0; c < 3; ++c)
+            t.samples.push_back(ref.rgbx[p * 4 + c]);
+    t.withSubDirectory = true;
+    ASSERT_TRUE(writeRawTiff(dir.file("sub.tif"), t));
+    EXPECT_EQ(murmex_app::detail::detectSource(dir.file("sub.tif")), murmex_app::detail::SourceKind::TiffMaybeCameraRaw);
+    const Image im = readImage(dir.file("sub.tif"));
+    EXPECT_EQ(im.bitsPerSample, 16);
+    expectSameSamples(ref, im);
 }
 
 TEST(ImageIoTest, WritingIntoAMissingDirectoryIsAnErrorAndLeavesNoFile)
