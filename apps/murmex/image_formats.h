@@ -58,6 +58,10 @@ void storeRow(Image& image, int y, const uint16_t* samples, int channels);
 // The same for 8-bit samples, each scaled to 16 bits by v * 257.
 void storeRow8(Image& image, int y, const uint8_t* samples, int channels);
 
+// The text with line breaks turned into spaces and the ends trimmed: the
+// libraries' own messages may span lines, the application's errors do not.
+std::string oneLine(const std::string& text);
+
 // "cannot read <path>: <reason>" and "cannot write <path>: <reason>".
 [[noreturn]] void readFailed(const std::string& path, const std::string& reason);
 [[noreturn]] void writeFailed(const std::string& path, const std::string& reason);

@@ -89,14 +89,26 @@ void storeRow8(Image& image, int y, const uint8_t* samples, int channels)
     }
 }
 
+std::string oneLine(const std::string& text)
+{
+    std::string s = text;
+    for (char& c : s)
+        if (c == '\n' || c == '\r')
+            c = ' ';
+    const size_t first = s.find_first_not_of(" \t");
+    if (first == std::string::npos)
+        return {};
+    return s.substr(first, s.find_last_not_of(" \t") - first + 1);
+}
+
 void readFailed(const std::string& path, const std::string& reason)
 {
-    throw AppError("cannot read " + path + ": " + reason);
+    throw AppError(oneLine("cannot read " + path + ": " + reason));
 }
 
 void writeFailed(const std::string& path, const std::string& reason)
 {
-    throw AppError("cannot write " + path + ": " + reason);
+    throw AppError(oneLine("cannot write " + path + ": " + reason));
 }
 
 PartialFileGuard::~PartialFileGuard()

@@ -3,7 +3,10 @@
 
 #include "metadata.h"
 
+#include <cerrno>
 #include <cmath>
+#include <cstdio>
+#include <cstring>
 #include <mutex>
 
 #include <exiv2/exiv2.hpp>
@@ -79,13 +82,17 @@ std::optional<float> exifFloat(const Exiv2::ExifData& exif, const char* key)
 std::unique_ptr<Exiv2::Image> openForMetadata(const std::string& path)
 {
     initExiv2();
+    if (FILE* f = std::fopen(path.c_str(), "rb"))
+        std::fclose(f);
+    else
+        throw AppError("cannot read " + path + ": " + std::strerror(errno));
     std::unique_ptr<Exiv2::Image> image;
     try {
         image.reset(Exiv2::ImageFactory::open(path).release());
     } catch (const Exiv2::AnyError& e) {
         if (e.code() == Exiv2::kerFileContainsUnknownImageType)
             return nullptr;
-        throw AppError("cannot read " + path + ": " + trimmed(e.what()));
+        throw AppError(detail::oneLine("cannot read " + path + ": " + e.what()));
     }
     if (!image)
         return nullptr;
@@ -258,9 +265,9 @@ void copyMetadata(const std::string& from, const std::string& to)
         target->setXmpData(xmp);
         target->writeMetadata();
     } catch (const Exiv2::AnyError& e) {
-        throw AppError("cannot write metadata to " + to + ": " + trimmed(e.what()));
+        throw AppError(detail::oneLine("cannot write metadata to " + to + ": " + e.what()));
     } catch (const std::exception& e) {
-        throw AppError("cannot write metadata to " + to + ": " + trimmed(e.what()));
+        throw AppError(detail::oneLine("cannot write metadata to " + to + ": " + e.what()));
     }
 
     if (tiffTarget) {
