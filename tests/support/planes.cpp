@@ -3,6 +3,7 @@
 #include <cmath>
 #include <limits>
 #include <random>
+#include <thread>
 
 #include "denoise/raster/incr_raster.h"
 
@@ -67,6 +68,29 @@ std::vector<float> pullPlaneReferencedFirst(JIncrRaster& node)
         node.unrefScanline(y);
     }
     return plane;
+}
+
+std::vector<std::vector<float>> pullPlaneFromThreads(JIncrRaster& node, int threads, int stride, int offset)
+{
+    const int w = node.width(), h = node.height();
+    for (int y = 0; y < h; ++y)
+        node.refScanline(y);
+    std::vector<std::vector<float>> seen(threads, std::vector<float>(static_cast<size_t>(w) * h));
+    std::vector<std::thread> pool;
+    for (int t = 0; t < threads; ++t)
+        pool.emplace_back([&, t] {
+            for (int i = 0; i < h; ++i) {
+                const int y = (i * stride + t * offset) % h;
+                const float* r = node.getScanline(y);
+                for (int x = 0; x < w; ++x)
+                    seen[t][static_cast<size_t>(y) * w + x] = r[x];
+            }
+        });
+    for (auto& th : pool)
+        th.join();
+    for (int y = 0; y < h; ++y)
+        node.unrefScanline(y);
+    return seen;
 }
 
 ::testing::AssertionResult allRowsReleased(JIncrRaster& node)

@@ -28,6 +28,11 @@ std::vector<float> pullPlane(JIncrRaster& node);
 // nodes that compute referenced rows together get the chance to.
 std::vector<float> pullPlaneReferencedFirst(JIncrRaster& node);
 
+// Every row is referenced, then `threads` threads each fetch every row, thread
+// t in the order (i * stride + t * offset) % height, and copy what they read;
+// then every row is unreferenced. Returns one plane per thread.
+std::vector<std::vector<float>> pullPlaneFromThreads(JIncrRaster& node, int threads, int stride, int offset);
+
 // Succeeds when no row of the node holds a reference or a buffer.
 ::testing::AssertionResult allRowsReleased(JIncrRaster& node);
 

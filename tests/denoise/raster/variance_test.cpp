@@ -1,7 +1,6 @@
 #include "denoise/raster/variance.h"
 
 #include <cmath>
-#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -305,25 +304,9 @@ TEST(VarianceThreadTest, ThreadsPullingInterleavedRowsGetTheScalarBitsOnce)
         PlaneNode in(w, h, p);
         JIncrRaster_Variance node(in, 4);
         node.setTurbo(turbo);
-        for (int y = 0; y < h; ++y)
-            node.refScanline(y);
-        std::vector<std::vector<float>> seen(4, std::vector<float>(static_cast<size_t>(w) * h));
-        std::vector<std::thread> threads;
-        for (int t = 0; t < 4; ++t)
-            threads.emplace_back([&, t] {
-                for (int i = 0; i < h; ++i) {
-                    const int y = (i * 5 + t * 24) % h;
-                    const float* r = node.getScanline(y);
-                    for (int x = 0; x < w; ++x)
-                        seen[t][static_cast<size_t>(y) * w + x] = r[x];
-                }
-            });
-        for (auto& th : threads)
-            th.join();
+        const std::vector<std::vector<float>> seen = murmex_test::pullPlaneFromThreads(node, 4, 5, 24);
         for (int t = 0; t < 4; ++t)
             EXPECT_TRUE(murmex_test::sameBits(scalar.data(), seen[t].data(), w * h)) << "thread " << t;
-        for (int y = 0; y < h; ++y)
-            node.unrefScanline(y);
         for (int y = 0; y < h; ++y)
             EXPECT_EQ(in.computeCount(y), 1) << y;
         EXPECT_TRUE(murmex_test::allRowsReleased(node));
