@@ -82,6 +82,12 @@ void JNoiseProfile::setPath(const qtless::QString& path)
     name_ = qtless::QString(info.getName(path));
 }
 
+qtless::QString JNoiseProfile::getFileName() const
+{
+    PathInfo info;
+    return qtless::QString(info.getTitle(name_.utf8()));
+}
+
 void JNoiseProfile::buildProfile()
 {
     // 1. Levels that no sample measured (luminance decides for all channels)

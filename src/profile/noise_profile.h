@@ -69,7 +69,9 @@ public:
     // Keeps the directory (with its trailing separator) and the file name of
     // path.
     void setPath(const qtless::QString& path);
-    qtless::QString getFileName() const { return name_; }
+    // The file name without its extension: the denoise step text shows it
+    // with ".dnp" appended.
+    qtless::QString getFileName() const;
     qtless::QString getDirectory() const { return directory_; }
 
     // How the profile came to be chosen: 2 after construction, 3 when it was

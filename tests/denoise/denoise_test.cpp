@@ -309,6 +309,8 @@ TEST_F(DenoiseTest, StepTextNamesTheProfile)
     }
     profile.setPath("/profiles/Camera ISO 800.dnp");
     const std::string name = profile.getFileName().utf8();
+    // The step text appends ".dnp" to the name, so the name comes without it.
+    ASSERT_EQ(name, "Camera ISO 800");
     const struct {
         int origin;
         std::string label;

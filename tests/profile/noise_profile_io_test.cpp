@@ -321,7 +321,7 @@ TEST(NoiseProfileIoTest, SaveToFileWritesTheSameBytesAndSetsThePath)
     p.addSample(makeSample(50.0f, 0.0f, 0.0f, 1.0f));
     const std::string path = dir.file("z9.dnp");
     p.save(QString(path.c_str()));
-    EXPECT_EQ(p.getFileName(), QString("z9.dnp"));
+    EXPECT_EQ(p.getFileName(), QString("z9"));
     unsigned char* data = nullptr;
     int length = 0;
     p.save(&data, &length);
@@ -394,7 +394,7 @@ TEST(NoiseProfileIoTest, SavedFileLoadsBackWithHeaderSamplesAndSettings)
         for (int ch = 0; ch < 3; ++ch)
             EXPECT_EQ(b.getSample(i).factor[ch], a.getSample(i).factor[ch]);
     }
-    EXPECT_EQ(q.getFileName(), QString("round.dnp"));
+    EXPECT_EQ(q.getFileName(), QString("round"));
 }
 
 TEST(NoiseProfileIoTest, SavedBlockLoadsBackFromMemory)
@@ -645,7 +645,7 @@ TEST(NoiseProfileIoTest, Version1FileLoadsAndTakesThePath)
     p.load(QString(path.c_str()));
     ASSERT_EQ(p.sampleCount(), 512);
     EXPECT_EQ(p.getSample(kRefCell).noise[0][4], 0.4f);
-    EXPECT_EQ(p.getFileName(), QString("v1.dnp"));
+    EXPECT_EQ(p.getFileName(), QString("v1"));
 }
 
 TEST(NoiseProfileIoTest, Version1WithWrongMagicFallsBackToTheStreamReader)
@@ -707,7 +707,7 @@ TEST(NoiseProfileIoTest, StreamProfileFileLoads)
     JNoiseProfile p;
     p.load(QString(path.c_str()));
     EXPECT_EQ(p.header().comment.value, QString("old"));
-    EXPECT_EQ(p.getFileName(), QString("old.dnp"));
+    EXPECT_EQ(p.getFileName(), QString("old"));
 }
 
 // --- hostile data ------------------------------------------------------------

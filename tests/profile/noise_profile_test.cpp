@@ -451,10 +451,10 @@ TEST(NoiseProfileTest, SetPathSplitsDirectoryAndFileName)
 {
     JNoiseProfile p;
     p.setPath("/a/b/profile.v2.dnp");
-    EXPECT_EQ(p.getFileName(), "profile.v2.dnp");
+    EXPECT_EQ(p.getFileName(), "profile.v2");
     EXPECT_EQ(p.getDirectory(), "/a/b/");
     p.setPath("plain.dnp");
-    EXPECT_EQ(p.getFileName(), "plain.dnp");
+    EXPECT_EQ(p.getFileName(), "plain");
     EXPECT_EQ(p.getDirectory(), "");
 }
 
@@ -481,7 +481,7 @@ TEST(NoiseProfileTest, AssignmentCopiesAndRebuilds)
     EXPECT_EQ(b.settings().getSmoothness(2), 6.0f);
     EXPECT_EQ(b.settings().getNoiseMap(0, 0).getCellValue(3), 0.0f);
     EXPECT_EQ(b.getOrigin(), 3);
-    EXPECT_EQ(b.getFileName(), "cam.dnp");
+    EXPECT_EQ(b.getFileName(), "cam");
     EXPECT_EQ(b.getDirectory(), "/x/y/");
     // Rebuilt: the copied sample was filled and the maps hold its values.
     EXPECT_EQ(b.getSample(0).noise[0][1], 0.04f);
