@@ -23,7 +23,10 @@ mkdir -p "$seeds/profile_load_fuzzer" "$seeds/filter_settings_fuzzer"
 "$dir/make_seeds" "$seeds/profile_load_fuzzer" "$seeds/filter_settings_fuzzer"
 
 status=0
-for target in profile_load_fuzzer filter_settings_fuzzer; do
+# Profile files seed the application's header reader too.
+cp -r "$seeds/profile_load_fuzzer" "$seeds/profile_header_fuzzer"
+
+for target in profile_load_fuzzer filter_settings_fuzzer profile_header_fuzzer; do
   corpus="$dir/corpus/$target"
   artifacts="$dir/artifacts/$target/"
   mkdir -p "$corpus" "$artifacts"
