@@ -505,7 +505,9 @@ TEST(CliDemo, WritesTheImagesAndReportsTheirPsnr)
     std::snprintf(after, sizeof after, "PSNR %6.2f dB", psnr(denoised, clean));
     EXPECT_TRUE(contains(r.out, before)) << r.out << before;
     EXPECT_TRUE(contains(r.out, after)) << r.out << after;
-    EXPECT_GT(psnr(denoised, clean), psnr(noisy, clean));
+    // A small scene offers fewer flat patches than the default one (which
+    // gains over 6 dB), but the gain must still be clear.
+    EXPECT_GT(psnr(denoised, clean), psnr(noisy, clean) + 1.5);
     EXPECT_TRUE(contains(r.out, "time ")) << r.out;
 }
 
