@@ -154,12 +154,14 @@ void printText(const std::string& path, const ProfileHeader& header, const DnFil
         out << "\n";
     }
     out << "\nSamples: " << samples.size() << "\n";
+    // Profile files keep a sample's colour and noise but not the patch it was
+    // measured on, so the table shows no rectangle (JSON has it, as stored).
     if (!samples.empty())
-        out << "     #  rectangle (l, t, r, b)      Y      Cr      Cb  channel  noise at levels 0 1 2 3 4\n";
+        out << "     #       Y      Cr      Cb  channel  noise at levels 0 1 2 3 4\n";
     for (size_t i = 0; i < samples.size(); ++i) {
         const DnNoiseSample& s = samples[i];
         char head[96];
-        std::snprintf(head, sizeof head, "  %4zu  %5d %5d %5d %5d  ", i, s.left, s.top, s.right, s.bottom);
+        std::snprintf(head, sizeof head, "  %4zu  ", i);
         const std::string colour = fixed(s.y, 6, 4) + " " + fixed(s.cr, 7, 4) + " " + fixed(s.cb, 7, 4);
         const float* noise[3] = {s.noiseY, s.noiseCr, s.noiseCb};
         const char* names[3] = {"Y ", "Cr", "Cb"};
