@@ -18,131 +18,151 @@
 
 namespace {
 
-// Here and below, the zero-masking forms with a full mask are the plain
-// instructions; GCC 12 warns about the unmasked intrinsics' undefined
-// pass-through operand.
-__attribute__((target("avx512f,avx512dq,avx512bw,avx512vl,fma")))
-__m512 minusHalfAVX512(__m512 v)
-{
-    const __mmask8 all = 0xFF;
-    const __m512d half = _mm512_set1_pd(0.5);
-    const __m512d lo = _mm512_sub_pd(_mm512_maskz_cvtps_pd(all, _mm512_maskz_extractf32x8_ps(all, v, 0)), half);
-    const __m512d hi = _mm512_sub_pd(_mm512_maskz_cvtps_pd(all, _mm512_maskz_extractf32x8_ps(all, v, 1)), half);
-    return _mm512_insertf32x8(_mm512_castps256_ps512(_mm512_maskz_cvtpd_ps(all, lo)), _mm512_maskz_cvtpd_ps(all, hi),
-                              1);
-}
+#pragma GCC push_options
+#pragma GCC target("avx512f,avx512dq,avx512bw,avx512vl,fma")
+namespace avx512 {
 
-__attribute__((target("avx512f,avx512dq,avx512bw,avx512vl,fma")))
-__m512i sampleAVX512(__m512 v)
-{
-    const __mmask16 all = 0xFFFF;
-    v = _mm512_maskz_min_ps(all, _mm512_maskz_max_ps(all, v, _mm512_setzero_ps()), _mm512_set1_ps(1.0f));
-    return _mm512_maskz_cvttps_epi32(all, _mm512_mul_ps(v, _mm512_set1_ps(65535.0f)));
-}
+// The zero-masking forms with a full mask are the plain instructions; GCC 12
+// warns about the unmasked intrinsics' undefined pass-through operand.
+struct Lanes {
+    using F = __m512;
+    using I = __m512i;
+    static constexpr int kWidth = 16;
 
-__attribute__((target("avx512f,avx512dq,avx512bw,avx512vl,fma")))
-int toRGBAVX512(const float* y, const float* cr, const float* cb, JPixel* px, int n)
-{
-    const __m512i xFull = _mm512_set1_epi32(static_cast<int>(0xFFFF0000u));
-    // 64-bit pixel order after the in-lane unpacks: lo holds pixels
-    // 0,1,4,5,8,9,12,13 and hi 2,3,6,7,10,11,14,15.
-    const __m512i first = _mm512_set_epi64(11, 10, 3, 2, 9, 8, 1, 0);
-    const __m512i second = _mm512_set_epi64(15, 14, 7, 6, 13, 12, 5, 4);
-    int x = 0;
-    for (; x + 16 <= n; x += 16) {
-        const __m512 yv = _mm512_loadu_ps(y + x);
-        const __m512 crd = minusHalfAVX512(_mm512_loadu_ps(cr + x));
-        const __m512 cbd = minusHalfAVX512(_mm512_loadu_ps(cb + x));
-        const __m512 r = _mm512_add_ps(yv, _mm512_mul_ps(_mm512_set1_ps(1.4022f), crd));
-        const __m512 g = _mm512_sub_ps(_mm512_sub_ps(yv, _mm512_mul_ps(_mm512_set1_ps(0.7145f), crd)),
-                                       _mm512_mul_ps(_mm512_set1_ps(0.3456f), cbd));
-        const __m512 b = _mm512_add_ps(yv, _mm512_mul_ps(_mm512_set1_ps(1.7710f), cbd));
-        const __m512i rg = _mm512_or_si512(sampleAVX512(r), _mm512_maskz_slli_epi32(0xFFFF, sampleAVX512(g), 16));
-        const __m512i bx = _mm512_or_si512(sampleAVX512(b), xFull);
+    static F load(const float* p) { return _mm512_loadu_ps(p); }
+    static F set1(float f) { return _mm512_set1_ps(f); }
+    static F add(F a, F b) { return _mm512_add_ps(a, b); }
+    static F sub(F a, F b) { return _mm512_sub_ps(a, b); }
+    static F mul(F a, F b) { return _mm512_mul_ps(a, b); }
+    static I set1I(int i) { return _mm512_set1_epi32(i); }
+    static I orI(I a, I b) { return _mm512_or_si512(a, b); }
+    static I shiftLeft16(I a) { return _mm512_maskz_slli_epi32(0xFFFF, a, 16); }
+
+    static F minusHalf(F v)
+    {
+        const __mmask8 all = 0xFF;
+        const __m512d half = _mm512_set1_pd(0.5);
+        const __m512d lo = _mm512_sub_pd(_mm512_maskz_cvtps_pd(all, _mm512_maskz_extractf32x8_ps(all, v, 0)), half);
+        const __m512d hi = _mm512_sub_pd(_mm512_maskz_cvtps_pd(all, _mm512_maskz_extractf32x8_ps(all, v, 1)), half);
+        return _mm512_insertf32x8(_mm512_castps256_ps512(_mm512_maskz_cvtpd_ps(all, lo)),
+                                  _mm512_maskz_cvtpd_ps(all, hi), 1);
+    }
+
+    static I sample(F v)
+    {
+        const __mmask16 all = 0xFFFF;
+        v = _mm512_maskz_min_ps(all, _mm512_maskz_max_ps(all, v, _mm512_setzero_ps()), _mm512_set1_ps(1.0f));
+        return _mm512_maskz_cvttps_epi32(all, _mm512_mul_ps(v, _mm512_set1_ps(65535.0f)));
+    }
+
+    static void storePixels(JPixel* px, I rg, I bx)
+    {
+        // 64-bit pixel order after the in-lane unpacks: lo holds pixels
+        // 0,1,4,5,8,9,12,13 and hi 2,3,6,7,10,11,14,15.
+        const __m512i first = _mm512_set_epi64(11, 10, 3, 2, 9, 8, 1, 0);
+        const __m512i second = _mm512_set_epi64(15, 14, 7, 6, 13, 12, 5, 4);
         const __m512i lo = _mm512_maskz_unpacklo_epi32(0xFFFF, rg, bx);
         const __m512i hi = _mm512_maskz_unpackhi_epi32(0xFFFF, rg, bx);
-        _mm512_storeu_si512(px + x, _mm512_permutex2var_epi64(lo, first, hi));
-        _mm512_storeu_si512(px + x + 8, _mm512_permutex2var_epi64(lo, second, hi));
+        _mm512_storeu_si512(px, _mm512_permutex2var_epi64(lo, first, hi));
+        _mm512_storeu_si512(px + 8, _mm512_permutex2var_epi64(lo, second, hi));
     }
-    return x;
-}
+};
 
-__attribute__((target("avx2,fma")))
-__m256 minusHalfAVX2(__m256 v)
-{
-    const __m256d half = _mm256_set1_pd(0.5);
-    const __m256d lo = _mm256_sub_pd(_mm256_cvtps_pd(_mm256_castps256_ps128(v)), half);
-    const __m256d hi = _mm256_sub_pd(_mm256_cvtps_pd(_mm256_extractf128_ps(v, 1)), half);
-    return _mm256_insertf128_ps(_mm256_castps128_ps256(_mm256_cvtpd_ps(lo)), _mm256_cvtpd_ps(hi), 1);
-}
+#include "denoise/raster/to_rgb_simd_row.h"
 
-__attribute__((target("avx2,fma")))
-__m256i sampleAVX2(__m256 v)
-{
-    v = _mm256_min_ps(_mm256_max_ps(v, _mm256_setzero_ps()), _mm256_set1_ps(1.0f));
-    return _mm256_cvttps_epi32(_mm256_mul_ps(v, _mm256_set1_ps(65535.0f)));
-}
+}  // namespace avx512
+#pragma GCC pop_options
 
-__attribute__((target("avx2,fma")))
-int toRGBAVX2(const float* y, const float* cr, const float* cb, JPixel* px, int n)
-{
-    const __m256i xFull = _mm256_set1_epi32(static_cast<int>(0xFFFF0000u));
-    int x = 0;
-    for (; x + 8 <= n; x += 8) {
-        const __m256 yv = _mm256_loadu_ps(y + x);
-        const __m256 crd = minusHalfAVX2(_mm256_loadu_ps(cr + x));
-        const __m256 cbd = minusHalfAVX2(_mm256_loadu_ps(cb + x));
-        const __m256 r = _mm256_add_ps(yv, _mm256_mul_ps(_mm256_set1_ps(1.4022f), crd));
-        const __m256 g = _mm256_sub_ps(_mm256_sub_ps(yv, _mm256_mul_ps(_mm256_set1_ps(0.7145f), crd)),
-                                       _mm256_mul_ps(_mm256_set1_ps(0.3456f), cbd));
-        const __m256 b = _mm256_add_ps(yv, _mm256_mul_ps(_mm256_set1_ps(1.7710f), cbd));
-        const __m256i rg = _mm256_or_si256(sampleAVX2(r), _mm256_slli_epi32(sampleAVX2(g), 16));
-        const __m256i bx = _mm256_or_si256(sampleAVX2(b), xFull);
+#pragma GCC push_options
+#pragma GCC target("avx2,fma")
+namespace avx2 {
+
+struct Lanes {
+    using F = __m256;
+    using I = __m256i;
+    static constexpr int kWidth = 8;
+
+    static F load(const float* p) { return _mm256_loadu_ps(p); }
+    static F set1(float f) { return _mm256_set1_ps(f); }
+    static F add(F a, F b) { return _mm256_add_ps(a, b); }
+    static F sub(F a, F b) { return _mm256_sub_ps(a, b); }
+    static F mul(F a, F b) { return _mm256_mul_ps(a, b); }
+    static I set1I(int i) { return _mm256_set1_epi32(i); }
+    static I orI(I a, I b) { return _mm256_or_si256(a, b); }
+    static I shiftLeft16(I a) { return _mm256_slli_epi32(a, 16); }
+
+    static F minusHalf(F v)
+    {
+        const __m256d half = _mm256_set1_pd(0.5);
+        const __m256d lo = _mm256_sub_pd(_mm256_cvtps_pd(_mm256_castps256_ps128(v)), half);
+        const __m256d hi = _mm256_sub_pd(_mm256_cvtps_pd(_mm256_extractf128_ps(v, 1)), half);
+        return _mm256_insertf128_ps(_mm256_castps128_ps256(_mm256_cvtpd_ps(lo)), _mm256_cvtpd_ps(hi), 1);
+    }
+
+    static I sample(F v)
+    {
+        v = _mm256_min_ps(_mm256_max_ps(v, _mm256_setzero_ps()), _mm256_set1_ps(1.0f));
+        return _mm256_cvttps_epi32(_mm256_mul_ps(v, _mm256_set1_ps(65535.0f)));
+    }
+
+    static void storePixels(JPixel* px, I rg, I bx)
+    {
         // Per 128-bit lane: lo holds pixels 0,1 | 4,5 and hi 2,3 | 6,7.
         const __m256i lo = _mm256_unpacklo_epi32(rg, bx);
         const __m256i hi = _mm256_unpackhi_epi32(rg, bx);
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(px + x), _mm256_permute2x128_si256(lo, hi, 0x20));
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(px + x + 4), _mm256_permute2x128_si256(lo, hi, 0x31));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(px), _mm256_permute2x128_si256(lo, hi, 0x20));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(px + 4), _mm256_permute2x128_si256(lo, hi, 0x31));
     }
-    return x;
-}
+};
 
-__attribute__((target("sse4.1")))
-__m128 minusHalfSSE(__m128 v)
-{
-    const __m128d half = _mm_set1_pd(0.5);
-    const __m128d lo = _mm_sub_pd(_mm_cvtps_pd(v), half);
-    const __m128d hi = _mm_sub_pd(_mm_cvtps_pd(_mm_movehl_ps(v, v)), half);
-    return _mm_movelh_ps(_mm_cvtpd_ps(lo), _mm_cvtpd_ps(hi));
-}
+#include "denoise/raster/to_rgb_simd_row.h"
 
-__attribute__((target("sse4.1")))
-__m128i sampleSSE(__m128 v)
-{
-    v = _mm_min_ps(_mm_max_ps(v, _mm_setzero_ps()), _mm_set1_ps(1.0f));
-    return _mm_cvttps_epi32(_mm_mul_ps(v, _mm_set1_ps(65535.0f)));
-}
+}  // namespace avx2
+#pragma GCC pop_options
 
-__attribute__((target("sse4.1")))
-int toRGBSSE(const float* y, const float* cr, const float* cb, JPixel* px, int n)
-{
-    const __m128i xFull = _mm_set1_epi32(static_cast<int>(0xFFFF0000u));
-    int x = 0;
-    for (; x + 4 <= n; x += 4) {
-        const __m128 yv = _mm_loadu_ps(y + x);
-        const __m128 crd = minusHalfSSE(_mm_loadu_ps(cr + x));
-        const __m128 cbd = minusHalfSSE(_mm_loadu_ps(cb + x));
-        const __m128 r = _mm_add_ps(yv, _mm_mul_ps(_mm_set1_ps(1.4022f), crd));
-        const __m128 g = _mm_sub_ps(_mm_sub_ps(yv, _mm_mul_ps(_mm_set1_ps(0.7145f), crd)),
-                                    _mm_mul_ps(_mm_set1_ps(0.3456f), cbd));
-        const __m128 b = _mm_add_ps(yv, _mm_mul_ps(_mm_set1_ps(1.7710f), cbd));
-        const __m128i rg = _mm_or_si128(sampleSSE(r), _mm_slli_epi32(sampleSSE(g), 16));
-        const __m128i bx = _mm_or_si128(sampleSSE(b), xFull);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(px + x), _mm_unpacklo_epi32(rg, bx));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(px + x + 2), _mm_unpackhi_epi32(rg, bx));
+#pragma GCC push_options
+#pragma GCC target("sse4.1")
+namespace sse {
+
+struct Lanes {
+    using F = __m128;
+    using I = __m128i;
+    static constexpr int kWidth = 4;
+
+    static F load(const float* p) { return _mm_loadu_ps(p); }
+    static F set1(float f) { return _mm_set1_ps(f); }
+    static F add(F a, F b) { return _mm_add_ps(a, b); }
+    static F sub(F a, F b) { return _mm_sub_ps(a, b); }
+    static F mul(F a, F b) { return _mm_mul_ps(a, b); }
+    static I set1I(int i) { return _mm_set1_epi32(i); }
+    static I orI(I a, I b) { return _mm_or_si128(a, b); }
+    static I shiftLeft16(I a) { return _mm_slli_epi32(a, 16); }
+
+    static F minusHalf(F v)
+    {
+        const __m128d half = _mm_set1_pd(0.5);
+        const __m128d lo = _mm_sub_pd(_mm_cvtps_pd(v), half);
+        const __m128d hi = _mm_sub_pd(_mm_cvtps_pd(_mm_movehl_ps(v, v)), half);
+        return _mm_movelh_ps(_mm_cvtpd_ps(lo), _mm_cvtpd_ps(hi));
     }
-    return x;
-}
+
+    static I sample(F v)
+    {
+        v = _mm_min_ps(_mm_max_ps(v, _mm_setzero_ps()), _mm_set1_ps(1.0f));
+        return _mm_cvttps_epi32(_mm_mul_ps(v, _mm_set1_ps(65535.0f)));
+    }
+
+    static void storePixels(JPixel* px, I rg, I bx)
+    {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(px), _mm_unpacklo_epi32(rg, bx));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(px + 2), _mm_unpackhi_epi32(rg, bx));
+    }
+};
+
+#include "denoise/raster/to_rgb_simd_row.h"
+
+}  // namespace sse
+#pragma GCC pop_options
 
 }  // namespace
 
@@ -156,11 +176,11 @@ void JIncrRaster_ToRGB::computeScanline_SIMD(int row, float*)
     JPixel* px = pixels_.data();
     int x = 0;
     if (JCPUInfo::useSIMD(JCPUInfo::AVX512))
-        x = toRGBAVX512(y, cr, cb, px, n);
+        x = avx512::toRGBRow<avx512::Lanes>(y, cr, cb, px, n);
     else if (JCPUInfo::useSIMD(JCPUInfo::AVX2))
-        x = toRGBAVX2(y, cr, cb, px, n);
+        x = avx2::toRGBRow<avx2::Lanes>(y, cr, cb, px, n);
     else if (JCPUInfo::useSIMD(JCPUInfo::SSE))
-        x = toRGBSSE(y, cr, cb, px, n);
+        x = sse::toRGBRow<sse::Lanes>(y, cr, cb, px, n);
     for (; x < n; ++x)
         px[x].fromYCrCb(y[x], cr[x], cb[x]);
     destination_->putScanline(row, xStart_, xEnd_, reinterpret_cast<const unsigned short*>(px + leadIn_));
