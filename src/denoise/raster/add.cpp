@@ -1,6 +1,7 @@
 #include "denoise/raster/add.h"
 
 #include "base/cpu_info.h"
+#include "denoise/raster/pixelwise.h"
 
 JIncrRaster_Add::JIncrRaster_Add(JIncrRaster& a, JIncrRaster& b)
     : JIncrRaster(a.width(), a.height()), a_(a), b_(b)
@@ -21,10 +22,5 @@ void JIncrRaster_Add::computeScanline(int row, float* out)
         computeScanline_SIMD(row, out);
         return;
     }
-    const float* a = a_.getScanline(row);
-    const float* b = b_.getScanline(row);
-    for (int x = 0; x < width(); ++x)
-        out[x] = a[x] + b[x];
-    a_.unrefScanline(row);
-    b_.unrefScanline(row);
+    pixelwise::scalarRow(a_, b_, row, width(), out, [](float a, float b) { return a + b; });
 }

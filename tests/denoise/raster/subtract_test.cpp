@@ -2,37 +2,21 @@
 
 #include <gtest/gtest.h>
 
-#include "support/bits.h"
+#include "denoise/raster/binary_node_checks.h"
 #include "support/plane_node.h"
 #include "support/planes.h"
-#include "support/simd_paths.h"
 
 using murmex_test::PlaneNode;
 
 namespace {
 
-std::vector<float> subtractPlanes(int w, int h, const std::vector<float>& a, const std::vector<float>& b)
-{
-    PlaneNode na(w, h, a);
-    PlaneNode nb(w, h, b);
-    JIncrRaster_Subtract node(na, nb);
-    return murmex_test::pullPlane(node);
-}
+const auto kDifference = [](float a, float b) { return a - b; };
 
 }  // namespace
 
 TEST(SubtractTest, EveryPixelIsTheDifferenceOnEveryPath)
 {
-    const int w = 19, h = 4;
-    const auto a = murmex_test::randomPlane(w, h, 11, -1.0f, 2.0f);
-    const auto b = murmex_test::randomPlane(w, h, 12, -1.0f, 2.0f);
-    std::vector<float> expected(a.size());
-    for (size_t i = 0; i < a.size(); ++i)
-        expected[i] = a[i] - b[i];
-    murmex_test::forEachSIMDPath([&](const murmex_test::SIMDPath& p) {
-        const auto got = subtractPlanes(w, h, a, b);
-        EXPECT_TRUE(murmex_test::sameBits(expected.data(), got.data(), w * h)) << p.name();
-    });
+    binary_node_checks::everyPixelIsTheOperationOnEveryPath<JIncrRaster_Subtract>(kDifference);
 }
 
 TEST(SubtractTest, HandDerivedValues)
@@ -46,81 +30,25 @@ TEST(SubtractTest, HandDerivedValues)
 
 TEST(SubtractTest, SizeIsThatOfTheFirstInput)
 {
-    PlaneNode a(7, 5, 1.0f);
-    PlaneNode b(9, 6, 1.0f);
-    JIncrRaster_Subtract node(a, b);
-    EXPECT_EQ(node.width(), 7);
-    EXPECT_EQ(node.height(), 5);
-    EXPECT_EQ(node.dataType(), JIncrRaster::Plane);
+    binary_node_checks::sizeIsThatOfTheFirstInput<JIncrRaster_Subtract>();
 }
 
 TEST(SubtractTest, MirroredRowsAtTopAndBottomReadTheMirroredInputRows)
 {
-    const int w = 4, h = 5;
-    const auto a = murmex_test::randomPlane(w, h, 21);
-    const auto b = murmex_test::randomPlane(w, h, 22);
-    PlaneNode na(w, h, a);
-    PlaneNode nb(w, h, b);
-    JIncrRaster_Subtract node(na, nb);
-    for (int y : {-1, -2, h, h + 1}) {
-        const int r = murmex_test::mirroredRow(y, h);
-        node.refScanline(y);
-        const float* row = node.getScanline(y);
-        for (int x = 0; x < w; ++x)
-            EXPECT_EQ(row[x], a[r * w + x] - b[r * w + x]) << "row " << y << " x " << x;
-        node.unrefScanline(y);
-    }
-    EXPECT_TRUE(murmex_test::allRowsReleased(node));
+    binary_node_checks::mirroredRowsReadTheMirroredInputRows<JIncrRaster_Subtract>(kDifference);
 }
 
 TEST(SubtractTest, OutputMarginsMirrorTheRow)
 {
-    const int w = 6, h = 2;
-    PlaneNode a(w, h, murmex_test::randomPlane(w, h, 31));
-    PlaneNode b(w, h, murmex_test::randomPlane(w, h, 32));
-    JIncrRaster_Subtract node(a, b);
-    node.requestReflection(3);
-    node.refScanline(1);
-    const float* row = node.getScanline(1);
-    for (int i = 1; i <= 3; ++i) {
-        EXPECT_EQ(row[-i], row[i]);
-        EXPECT_EQ(row[w - 1 + i], row[w - 1 - i]);
-    }
-    node.unrefScanline(1);
+    binary_node_checks::outputMarginsMirrorTheRow<JIncrRaster_Subtract>();
 }
 
 TEST(SubtractTest, EveryInputRowIsReleasedAfterAFullPull)
 {
-    const int w = 5, h = 6;
-    PlaneNode a(w, h, 2.0f);
-    PlaneNode b(w, h, 1.0f);
-    JIncrRaster_Subtract node(a, b);
-    murmex_test::forEachSIMDPath([&](const murmex_test::SIMDPath& p) {
-        murmex_test::pullPlane(node);
-        EXPECT_TRUE(murmex_test::allRowsReleased(a)) << p.name();
-        EXPECT_TRUE(murmex_test::allRowsReleased(b)) << p.name();
-        EXPECT_TRUE(murmex_test::allRowsReleased(node)) << p.name();
-    });
-    // Each pull computed every row of each input once.
-    for (int y = 0; y < h; ++y) {
-        EXPECT_GE(a.computeCount(y), 1);
-        EXPECT_EQ(a.computeCount(y), b.computeCount(y));
-    }
+    binary_node_checks::everyInputRowIsReleasedAfterAFullPull<JIncrRaster_Subtract>();
 }
 
 TEST(SubtractTest, VectorPathsMatchScalarBitForBit)
 {
-    const int h = 3;
-    for (int w : {1, 3, 7, 8, 9, 15, 16, 17, 31, 33, 64, 101}) {
-        const auto a = murmex_test::mixedPlane(w, h, 100 + w);
-        const auto b = murmex_test::mixedPlane(w, h, 200 + w);
-        std::vector<float> scalar;
-        murmex_test::forEachSIMDPath([&](const murmex_test::SIMDPath& p) {
-            const auto got = subtractPlanes(w, h, a, b);
-            if (!p.enabled)
-                scalar = got;
-            else
-                EXPECT_TRUE(murmex_test::sameBits(scalar.data(), got.data(), w * h)) << p.name() << ", width " << w;
-        });
-    }
+    binary_node_checks::vectorPathsMatchScalarBitForBit<JIncrRaster_Subtract>();
 }
