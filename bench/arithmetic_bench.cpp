@@ -2,9 +2,6 @@
 // Blend), scalar row against the vector paths, on a 2048 x 256 plane of
 // seeded values. Every input row is computed once before timing and kept, so
 // the time is the node's own. items_per_second counts output pixels.
-#include <cstring>
-#include <random>
-#include <vector>
 
 #include <benchmark/benchmark.h>
 
@@ -14,40 +11,12 @@
 #include "denoise/raster/incr_raster.h"
 #include "denoise/raster/subtract.h"
 #include "denoise/raster/sum.h"
+#include "held_plane.h"
 
 namespace {
 
 constexpr int kWidth = 2048;
 constexpr int kHeight = 256;
-
-// Rows copied from a plane of seeded values.
-class ArithPlane : public JIncrRaster {
-public:
-    explicit ArithPlane(unsigned seed) : JIncrRaster(kWidth, kHeight), plane_(static_cast<size_t>(kWidth) * kHeight)
-    {
-        std::mt19937 rng(seed);
-        std::uniform_real_distribution<float> dist(0.0f, 1.0f);
-        for (float& v : plane_)
-            v = dist(rng);
-    }
-    void computeScanline(int row, float* out) override
-    {
-        std::memcpy(out, plane_.data() + static_cast<size_t>(row) * width(), sizeof(float) * width());
-    }
-    void refInputs(int) override {}
-
-    // Holds every row so that pulls through a node never recompute it.
-    void holdAllRows()
-    {
-        for (int y = 0; y < kHeight; ++y) {
-            refScanline(y);
-            getScanline(y);
-        }
-    }
-
-private:
-    std::vector<float> plane_;
-};
 
 enum Op { SubtractOp, AddOp, SumOp, BlendOp };
 
@@ -59,10 +28,8 @@ void runArith(benchmark::State& state, Op op, bool vector, int level)
     }
     JCPUInfo::SIMDSupported = vector;
     JCPUInfo::SIMDLevel = vector ? level : static_cast<int>(JCPUInfo::Scalar);
-    ArithPlane a(1), b(2), m(3);
-    a.holdAllRows();
-    b.holdAllRows();
-    m.holdAllRows();
+    murmex_bench::HeldPlane a(kWidth, kHeight, 1, 0.0f, 1.0f), b(kWidth, kHeight, 2, 0.0f, 1.0f),
+        m(kWidth, kHeight, 3, 0.0f, 1.0f);
     JIncrRaster* five[5] = {&a, &b, &m, &a, &b};
     JIncrRaster_Subtract sub(a, b);
     JIncrRaster_Add add(a, b);

@@ -5,9 +5,6 @@
 // levels 0 to 3). Every input row is computed once before timing and kept,
 // and every output row is referenced before any is pulled, as in the driver,
 // so the time is the node's own. items_per_second counts output pixels.
-#include <cstring>
-#include <random>
-#include <vector>
 
 #include <benchmark/benchmark.h>
 
@@ -15,40 +12,12 @@
 #include "denoise/raster/incr_raster.h"
 #include "denoise/raster/variance.h"
 #include "denoise/raster/variance_step_abs.h"
+#include "held_plane.h"
 
 namespace {
 
 constexpr int kWidth = 2064;
 constexpr int kHeight = 256;
-
-// Rows copied from a plane of seeded detail-like values.
-class DetailPlane : public JIncrRaster {
-public:
-    DetailPlane() : JIncrRaster(kWidth, kHeight), plane_(static_cast<size_t>(kWidth) * kHeight)
-    {
-        std::mt19937 rng(17);
-        std::uniform_real_distribution<float> dist(-0.05f, 0.05f);
-        for (float& v : plane_)
-            v = dist(rng);
-    }
-    void computeScanline(int row, float* out) override
-    {
-        std::memcpy(out, plane_.data() + static_cast<size_t>(row) * width(), sizeof(float) * width());
-    }
-    void refInputs(int) override {}
-
-    // Holds every row so that pulls through a node never recompute it.
-    void holdAllRows()
-    {
-        for (int y = 0; y < kHeight; ++y) {
-            refScanline(y);
-            getScanline(y);
-        }
-    }
-
-private:
-    std::vector<float> plane_;
-};
 
 void pullAll(benchmark::State& state, JIncrRaster& node)
 {
@@ -79,10 +48,9 @@ void BM_Variance(benchmark::State& state)
 {
     if (!setPath(state, state.range(0) != 0))
         return;
-    DetailPlane in;
+    murmex_bench::HeldPlane in(kWidth, kHeight, 17, -0.05f, 0.05f);
     JIncrRaster_Variance node(in, 4);
     node.setTurbo(state.range(1) != 0);
-    in.holdAllRows();
     pullAll(state, node);
     JCPUInfo::reset();
 }
@@ -92,9 +60,8 @@ void BM_VarianceStepAbs(benchmark::State& state)
 {
     if (!setPath(state, state.range(0) != 0))
         return;
-    DetailPlane in;
+    murmex_bench::HeldPlane in(kWidth, kHeight, 17, -0.05f, 0.05f);
     JIncrRaster_VarianceStepAbs node(in, 2, static_cast<int>(state.range(1)));
-    in.holdAllRows();
     pullAll(state, node);
     JCPUInfo::reset();
 }
