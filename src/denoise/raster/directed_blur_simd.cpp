@@ -21,11 +21,11 @@
 
 #include "base/cpu_info.h"
 #include "denoise/raster/directed_blur.h"
+#include "denoise/raster/simd_target.h"
 
 namespace {
 
-#pragma GCC push_options
-#pragma GCC target("avx2,fma")
+MURMEX_TARGET_BEGIN("avx2,fma")
 namespace avx2 {
 
 struct Lanes {
@@ -70,10 +70,9 @@ struct Lanes {
 #include "denoise/raster/directed_blur_simd_row.h"
 
 }  // namespace avx2
-#pragma GCC pop_options
+MURMEX_TARGET_END
 
-#pragma GCC push_options
-#pragma GCC target("avx512f,avx512dq,avx512bw,avx512vl,fma")
+MURMEX_TARGET_BEGIN("avx512f,avx512dq,avx512bw,avx512vl,fma")
 namespace avx512 {
 
 struct Lanes {
@@ -114,7 +113,7 @@ struct Lanes {
 #include "denoise/raster/directed_blur_simd_row.h"
 
 }  // namespace avx512
-#pragma GCC pop_options
+MURMEX_TARGET_END
 
 }  // namespace
 

@@ -15,11 +15,11 @@
 
 #include "base/cpu_info.h"
 #include "denoise/raster/to_rgb.h"
+#include "denoise/raster/simd_target.h"
 
 namespace {
 
-#pragma GCC push_options
-#pragma GCC target("avx512f,avx512dq,avx512bw,avx512vl,fma")
+MURMEX_TARGET_BEGIN("avx512f,avx512dq,avx512bw,avx512vl,fma")
 namespace avx512 {
 
 // The zero-masking forms with a full mask are the plain instructions; GCC 12
@@ -71,10 +71,9 @@ struct Lanes {
 #include "denoise/raster/to_rgb_simd_row.h"
 
 }  // namespace avx512
-#pragma GCC pop_options
+MURMEX_TARGET_END
 
-#pragma GCC push_options
-#pragma GCC target("avx2,fma")
+MURMEX_TARGET_BEGIN("avx2,fma")
 namespace avx2 {
 
 struct Lanes {
@@ -118,10 +117,9 @@ struct Lanes {
 #include "denoise/raster/to_rgb_simd_row.h"
 
 }  // namespace avx2
-#pragma GCC pop_options
+MURMEX_TARGET_END
 
-#pragma GCC push_options
-#pragma GCC target("sse4.1")
+MURMEX_TARGET_BEGIN("sse4.1")
 namespace sse {
 
 struct Lanes {
@@ -162,7 +160,7 @@ struct Lanes {
 #include "denoise/raster/to_rgb_simd_row.h"
 
 }  // namespace sse
-#pragma GCC pop_options
+MURMEX_TARGET_END
 
 }  // namespace
 
