@@ -1,7 +1,6 @@
 // Reads arbitrary bytes as the descriptive header of a profile file, the way
-// the murmex application does. Every input must end in an AppError or a
-// header; a header that was read must survive being written back and read
-// again unchanged.
+// the hosts do. Every input must end in a HostError or a header; a header
+// that was read must survive being written back and read again unchanged.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -11,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "app_error.h"
-#include "profile_header.h"
+#include "host/host_error.h"
+#include "host/profile_header.h"
 
 namespace {
 
@@ -23,7 +22,7 @@ bool sameFloat(const std::optional<float>& a, const std::optional<float>& b)
     return !a || std::memcmp(&*a, &*b, sizeof(float)) == 0;
 }
 
-bool sameHeader(const murmex_app::ProfileHeader& a, const murmex_app::ProfileHeader& b)
+bool sameHeader(const murmex_host::ProfileHeader& a, const murmex_host::ProfileHeader& b)
 {
     return a.maker == b.maker && a.model == b.model && a.film == b.film && a.iso == b.iso &&
            a.multisampling == b.multisampling && sameFloat(a.shutterSpeed, b.shutterSpeed) &&
@@ -41,24 +40,26 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (size > (1u << 20))
         return 0;
     const std::vector<uint8_t> bytes(data, data + size);
-    murmex_app::ProfileHeader header;
+    murmex_host::ProfileHeader header;
     try {
-        header = murmex_app::readProfileHeader(bytes);
-    } catch (const murmex_app::AppError&) {
+        header = murmex_host::readProfileHeader(bytes);
+    } catch (const murmex_host::HostError&) {
         return 0;
     } catch (const std::bad_alloc&) {
         return 0;
     }
     std::vector<uint8_t> rewritten;
     try {
-        rewritten = murmex_app::withProfileHeader(bytes, header);
-    } catch (const murmex_app::AppError&) {
-        return 0;  // an old dense profile has no header to replace
+        rewritten = murmex_host::withProfileHeader(bytes, header);
+    } catch (const murmex_host::HostError&) {
+        return 0;
+    } catch (const std::bad_alloc&) {
+        return 0;
     }
     // Names built from any header stay finite strings.
-    (void)murmex_app::autoProfileDirectory(header);
-    (void)murmex_app::autoProfileFileName(header);
-    if (!sameHeader(murmex_app::readProfileHeader(rewritten), header))
+    (void)murmex_host::autoProfileDirectory(header);
+    (void)murmex_host::autoProfileFileName(header);
+    if (!sameHeader(murmex_host::readProfileHeader(rewritten), header))
         std::abort();
     return 0;
 }

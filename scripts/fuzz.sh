@@ -23,7 +23,7 @@ mkdir -p "$seeds/profile_load_fuzzer" "$seeds/filter_settings_fuzzer"
 "$dir/make_seeds" "$seeds/profile_load_fuzzer" "$seeds/filter_settings_fuzzer"
 
 status=0
-# Profile files seed the application's header reader too.
+# Profile files seed the hosts' header reader too.
 cp -r "$seeds/profile_load_fuzzer" "$seeds/profile_header_fuzzer"
 
 for target in profile_load_fuzzer filter_settings_fuzzer profile_header_fuzzer; do

@@ -1,13 +1,16 @@
 // The one error type of the murmex application's parts: a one-line,
-// user-facing message that names the file concerned.
+// user-facing message that names the file concerned. It is the host
+// library's error, so that failures raised there and here are caught alike.
 #pragma once
 
-#include <stdexcept>
+#include "host/host_error.h"
 
 namespace murmex_app {
 
-struct AppError : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
+// The application is built on the shared host library: its names are the
+// application's own.
+using namespace murmex_host;
+
+using AppError = murmex_host::HostError;
 
 }  // namespace murmex_app

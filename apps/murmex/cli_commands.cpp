@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <filesystem>
 
-#include "engine_output.h"
+#include "host/engine_output.h"
 
 namespace murmex_app {
 

@@ -4,7 +4,7 @@
 #include <filesystem>
 
 #include "app_error.h"
-#include "engine_output.h"
+#include "host/engine_output.h"
 #include "safe_write.h"
 
 namespace murmex_app {

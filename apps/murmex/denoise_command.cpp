@@ -13,8 +13,8 @@
 #include "cli_engine.h"
 #include "image_io.h"
 #include "metadata.h"
-#include "profile_header.h"
-#include "profile_library.h"
+#include "host/profile_header.h"
+#include "host/profile_library.h"
 #include "progress.h"
 #include "safe_write.h"
 #include "settings_options.h"
@@ -57,8 +57,8 @@ any other existing file at the output's name is replaced, as cp would.
 Outputs are written to a temporary file and renamed when complete.
 
 Profile: --profile FILE.dnp; otherwise the profile in the library whose
-camera maker and model are the photo's, at the nearest ISO (the lower on a
-tie); otherwise one measured from the image itself. --save-profile always
+camera maker and model are the photo's, at the nearest ISO counted in stops
+(the lower on a tie); otherwise one measured from the image itself. --save-profile always
 measures (the library is not searched) and keeps that profile.
 
 Settings: those stored in the profile file when one is used, else the

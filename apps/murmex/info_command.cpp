@@ -7,7 +7,7 @@
 
 #include "cli_commands.h"
 #include "cli_engine.h"
-#include "profile_header.h"
+#include "host/profile_header.h"
 #include "settings_options.h"
 
 namespace murmex_app {

@@ -2,16 +2,12 @@
 // carrying EXIF and XMP over from an input file to the written output.
 #pragma once
 
-#include <optional>
 #include <string>
 
-namespace murmex_app {
+#include "app_error.h"
+#include "host/camera_info.h"
 
-struct CameraInfo {  // what the profile header takes from EXIF; std::nullopt when absent
-    std::optional<std::string> maker, model, colorSpace;
-    std::optional<int> iso, lightSource, contrast, sharpness, saturation;   // EXIF codes as stored
-    std::optional<float> shutterSpeed, exposureComp;                        // seconds, EV
-};
+namespace murmex_app {
 
 // Exiv2; an image without EXIF gives all-empty; throws AppError only for unreadable files.
 CameraInfo readCameraInfo(const std::string& path);

@@ -8,8 +8,8 @@
 #include "cli_engine.h"
 #include "image_io.h"
 #include "metadata.h"
-#include "profile_header.h"
-#include "profile_library.h"
+#include "host/profile_header.h"
+#include "host/profile_library.h"
 #include "progress.h"
 #include "settings_options.h"
 

@@ -1,17 +1,17 @@
-// The filter settings as the user sees them: one option per row of the
+// The filter settings as command-line options: one option per row of the
 // library's host-scale table (DnHostScales) plus the two switches, with help
-// text, range checks, defaults and text/JSON output all derived from that
-// table, so that no scale is written down twice.
+// text and range checks derived from that table (the defaults, text and JSON
+// forms are the host library's).
 #pragma once
 
 #include <array>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include <CLI/CLI.hpp>
 
 #include <murmex/murmex.h>
+
+#include "app_error.h"
+#include "host/host_settings.h"
 
 namespace murmex_app {
 
@@ -36,25 +36,5 @@ private:
     int suppressHalos_ = 0;  // > 0 on, < 0 off, 0 not given
     int lowFrequency_ = 0;
 };
-
-// The settings used when no profile supplies any: the middle of every host
-// scale for the noise settings, no sharpening (the amount scale's low end),
-// the sharpening radius at its middle, halo suppression on (the settings'
-// own default) and the low-frequency filter off.
-void setDefaultSettings(DnFilterParams& params);
-
-// A number as the shortest decimal text that reads back as the same float.
-std::string formatFloat(float value);
-
-// The settings block as (name, value text) rows in table order, the two
-// switches last as "yes"/"no".
-std::vector<std::pair<std::string, std::string>> settingsRows(const DnFilterParams& params);
-
-// "low to high, middle m" for row i of DnHostScales.
-std::string scaleText(int i);
-
-// The settings block as one JSON object: the table's names as keys, numbers
-// as values, the switches as true/false.
-std::string settingsJson(const DnFilterParams& params);
 
 }  // namespace murmex_app

@@ -14,7 +14,7 @@
 #include "apps/cli_fixtures.h"
 #include "murmex/demo_scene.h"
 #include "murmex/image_io.h"
-#include "murmex/profile_header.h"
+#include "host/profile_header.h"
 #include "support/temp_dir.h"
 
 namespace murmex_test {
@@ -341,7 +341,7 @@ protected:
         const std::string path = r.err.substr(at + label.size(), r.err.find('\n', at) - at - label.size());
         // The library's step text, relabelled, names the matched file.
         EXPECT_TRUE(contains(r.err, "Removing noise: [Auto matched: " + fs::path(path).stem().string())) << r.err;
-        const murmex_app::ProfileHeader h = murmex_app::readProfileHeader(fileBytes(path));
+        const murmex_host::ProfileHeader h = murmex_host::readProfileHeader(fileBytes(path));
         EXPECT_EQ(h.maker.value_or(""), maker);
         return h.iso.value_or(-1);
     }
@@ -364,9 +364,30 @@ TEST_F(CliLibrary, AutomaticMatchPicksTheNearestIsoOfTheSameCamera)
     EXPECT_EQ(matchedIso("Nikon", "D Test", 6400), 800);
 }
 
+TEST_F(CliLibrary, AutomaticMatchCountsTheDistanceInStops)
+{
+    // ISO 900 is nearer 400 in value, but 0.83 stops from 1600 and 1.17 from 400.
+    EXPECT_EQ(matchedIso("Canon", "EOS Test", 900), 1600);
+}
+
 TEST_F(CliLibrary, AutomaticMatchBreaksAnIsoTieTowardsTheLowerIso)
 {
-    EXPECT_EQ(matchedIso("Canon", "EOS Test", 1000), 400);
+    // 800 is two stops from both.
+    EXPECT_EQ(matchedIso("Canon", "EOS Test", 800), 400);
+}
+
+TEST_F(CliLibrary, CameraNamesFromExifCannotLeadOutOfTheLibrary)
+{
+    const std::string photo = dir.file("hostile.tif");
+    writeImage(photo, noisyPhoto(300, 200, 31), ImageFormat::Tiff);
+    setCameraExif(photo, "../../../../../../x", "../..", 800);
+    const RunResult r = runMurmex({"profile", photo, "--library", library, "-q"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    const std::string written = r.out.substr(0, r.out.find(" ("));
+    ASSERT_TRUE(fs::exists(written)) << r.out;
+    const std::string inside = fs::weakly_canonical(library).string() + "/";
+    EXPECT_EQ(fs::weakly_canonical(written).string().rfind(inside, 0), 0u) << written;
+    EXPECT_FALSE(fs::exists("/x"));
 }
 
 TEST_F(CliLibrary, LibraryComesFromTheEnvironmentWithoutOption)

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace murmex_app {
+namespace murmex_host {
 
 struct EngineResult {
     int code = 0;                     // what the entry point returned
@@ -34,4 +34,4 @@ EngineResult callEngine(const std::function<int()>& call);
 // "Murmex unknown error"; empty when there is none.
 std::string engineErrorMessage(const std::vector<std::string>& lines);
 
-}  // namespace murmex_app
+}  // namespace murmex_host

@@ -1,4 +1,4 @@
-#include "engine_output.h"
+#include "host/engine_output.h"
 
 #include <unistd.h>
 
@@ -6,9 +6,9 @@
 #include <cstdio>
 #include <iostream>
 
-#include "app_error.h"
+#include "host/host_error.h"
 
-namespace murmex_app {
+namespace murmex_host {
 
 namespace {
 
@@ -28,13 +28,13 @@ public:
         std::fflush(stdout);
         file_ = std::tmpfile();
         if (!file_)
-            throw AppError("cannot capture the library's output: no temporary file");
+            throw HostError("cannot capture the library's output: no temporary file");
         saved_ = dup(STDOUT_FILENO);
         if (saved_ < 0 || dup2(fileno(file_), STDOUT_FILENO) < 0) {
             if (saved_ >= 0)
                 close(saved_);
             std::fclose(file_);
-            throw AppError("cannot capture the library's output");
+            throw HostError("cannot capture the library's output");
         }
     }
     ~StdoutCapture()
@@ -125,4 +125,4 @@ EngineResult callEngine(const std::function<int()>& call)
     return result;
 }
 
-}  // namespace murmex_app
+}  // namespace murmex_host

@@ -1,4 +1,4 @@
-#include "murmex/engine_output.h"
+#include "host/engine_output.h"
 
 #include <unistd.h>
 
@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-namespace murmex_app {
+namespace murmex_host {
 namespace {
 
 TEST(EngineOutput, CapturesEveryWayOfWritingToStandardOutput)
@@ -81,4 +81,4 @@ TEST(EngineOutput, StandardOutputIsRestoredWhenTheCallThrows)
 }
 
 }  // namespace
-}  // namespace murmex_app
+}  // namespace murmex_host
