@@ -8,6 +8,7 @@ packages=(
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev ccache
   libtiff-dev libpng-dev libjpeg62-turbo-dev libraw-dev libexiv2-dev libcli11-dev
+  gimp libgimp2.0-dev xvfb xdotool
 )
 
 missing=()

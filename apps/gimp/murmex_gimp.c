@@ -34,6 +34,8 @@
  * context, so that the preview matches the full run away from the image's
  * edges. */
 #define PREVIEW_MARGIN 64
+/* The preview's largest side in screen pixels. */
+#define PREVIEW_SIZE 360
 
 /* ---- Values ------------------------------------------------------------- */
 
@@ -573,7 +575,14 @@ static gboolean denoise_dialog(gint32 image, gint32 drawable, DenoiseValues* v, 
     gtk_container_set_border_width(GTK_CONTAINER(vbox), 12);
     gtk_box_pack_start(GTK_BOX(gtk_dialog_get_content_area(GTK_DIALOG(d.dialog))), vbox, TRUE, TRUE, 0);
 
+    /* The preview opens on the middle of the image, where the subject
+     * usually is. */
+    gtk_rc_parse_string("style \"murmex-preview\" { GimpPreview::size = " G_STRINGIFY(PREVIEW_SIZE) " }\n"
+                        "widget \"*.murmex-preview\" style \"murmex-preview\"\n");
     d.preview = gimp_drawable_preview_new_from_drawable_id(drawable);
+    gtk_widget_set_name(d.preview, "murmex-preview");
+    gimp_scrolled_preview_set_position(GIMP_SCROLLED_PREVIEW(d.preview), (job->pixels.width - PREVIEW_SIZE) / 2,
+                                       (job->pixels.height - PREVIEW_SIZE) / 2);
     gtk_box_pack_start(GTK_BOX(vbox), d.preview, TRUE, TRUE, 0);
 
     /* The profile: chooser, file, what is in use, saving it. */
