@@ -1,0 +1,25 @@
+# cmake -DBUILD_DIR=... -DPROFILE=... -P install_check.cmake
+# Installs the gimp component into a fresh GIMP profile folder and checks
+# that the plug-in and libmurmex.so land in plug-ins/murmex, the plug-in
+# finding the library through $ORIGIN alone.
+file(REMOVE_RECURSE "${PROFILE}")
+set(ENV{GIMP2_DIRECTORY} "${PROFILE}")
+execute_process(COMMAND ${CMAKE_COMMAND} --install "${BUILD_DIR}" --component gimp RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "cmake --install --component gimp failed")
+endif()
+set(dir "${PROFILE}/plug-ins/murmex")
+file(GLOB installed RELATIVE "${dir}" "${dir}/*")
+list(SORT installed)
+if(NOT installed STREQUAL "libmurmex.so.0;murmex")
+  message(FATAL_ERROR "plug-ins/murmex holds '${installed}', expected the plug-in and libmurmex.so.0")
+endif()
+execute_process(COMMAND readelf -d "${dir}/murmex" OUTPUT_VARIABLE dynamic RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0 OR NOT dynamic MATCHES "R(UN)?PATH\\)[^\n]*\\[\\$ORIGIN\\]")
+  message(FATAL_ERROR "the plug-in's run path is not $ORIGIN alone:\n${dynamic}")
+endif()
+execute_process(COMMAND ldd "${dir}/murmex" OUTPUT_VARIABLE libs)
+if(NOT libs MATCHES "libmurmex\\.so\\.0 => ${dir}/libmurmex\\.so\\.0")
+  message(FATAL_ERROR "the plug-in does not load the libmurmex.so beside it:\n${libs}")
+endif()
+file(REMOVE_RECURSE "${PROFILE}")
