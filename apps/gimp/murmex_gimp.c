@@ -193,6 +193,10 @@ static int progress_report(void* context, const char* step_text, float fraction)
 typedef struct {
     Pixels pixels;
     Progress progress;
+    /* Microseconds spent reading the drawable, in the engine, and writing
+     * and merging the result: the plug-in's own cost is the first and last
+     * (bench/gimp-overhead.sh shows them with MURMEX_GIMP_TIMES set). */
+    gint64 read_us, engine_us, write_us;
 } Job;
 
 static void job_get(void* c, int y, int x0, int x1, unsigned short* px) { get_scanline(&((Job*)c)->pixels, y, x0, x1, px); }
@@ -265,8 +269,11 @@ static gboolean denoise_drawable(gint32 image, gint32 drawable, const DenoiseVal
     params_from_values(&params, v, job->pixels.width, job->pixels.height);
     gchar* name = image_name(image);
     gimp_progress_init("Murmex noise reduction");
+    const gint64 start = g_get_monotonic_time();
     const int ok = murmex_host_denoise(job, &params, x, y, x + w, y + h, profile, job_get, job_put, job_progress, name,
                                        error);
+    const gint64 engine_done = g_get_monotonic_time();
+    job->engine_us = engine_done - start;
     g_free(name);
     if (!ok)
         return FALSE;
@@ -277,6 +284,7 @@ static gboolean denoise_drawable(gint32 image, gint32 drawable, const DenoiseVal
     g_object_unref(shadow); /* flushes the shadow to GIMP */
     gimp_drawable_merge_shadow(drawable, TRUE);
     gimp_drawable_update(drawable, x, y, w, h);
+    job->write_us = g_get_monotonic_time() - engine_done;
     gimp_progress_update(1.0);
     return TRUE;
 }
@@ -737,7 +745,9 @@ static void run_denoise(gint nparams, const GimpParam* param, GimpPDBStatusType*
     memset(&job, 0, sizeof job);
     char* error = NULL;
     MurmexHostProfile* profile = NULL;
+    const gint64 start = g_get_monotonic_time();
     gboolean ok = pixels_read(&job.pixels, drawable, &error);
+    job.read_us = g_get_monotonic_time() - start;
     if (ok && run_mode == GIMP_RUN_INTERACTIVE) {
         if (!denoise_dialog(image, drawable, &v, &job, &profile)) {
             *status = GIMP_PDB_CANCEL;
@@ -755,6 +765,10 @@ static void run_denoise(gint nparams, const GimpParam* param, GimpPDBStatusType*
         if (run_mode != GIMP_RUN_NONINTERACTIVE)
             gimp_displays_flush();
         gimp_set_data(DENOISE_PROC, &v, sizeof v);
+        if (g_getenv("MURMEX_GIMP_TIMES"))
+            g_printerr("murmex: %d x %d pixels: reading %.3f s, engine %.3f s, writing and merging %.3f s\n",
+                       job.pixels.width, job.pixels.height, job.read_us / 1e6, job.engine_us / 1e6,
+                       job.write_us / 1e6);
     } else {
         gimp_message(error ? error : "Murmex noise reduction stopped");
         *status = GIMP_PDB_EXECUTION_ERROR;
