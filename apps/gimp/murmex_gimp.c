@@ -309,8 +309,9 @@ typedef struct {
     gchar* loaded_path;
     gchar* failure;              /* why the current choice has no profile */
     gboolean rendering;          /* a preview render is running */
-    gboolean rerender;           /* values changed while it ran: cancel and start again */
-    gboolean closing;
+    gboolean cancel;             /* a value changed: stop the render in progress */
+    gboolean rerender;           /* the preview was invalidated meanwhile: render again */
+    gboolean closing;            /* the dialog got its answer */
 } Dialog;
 
 static int dialog_mode(Dialog* d)
@@ -406,7 +407,7 @@ static int preview_progress(void* context, const char* step_text, float fraction
     (void)fraction;
     while (gtk_events_pending())
         gtk_main_iteration();
-    return d->rerender || d->closing;
+    return d->cancel || d->rerender || d->closing;
 }
 
 typedef struct {
@@ -451,7 +452,7 @@ static gboolean render_visible(Dialog* d, const MurmexHostProfile* profile)
             set_failure(d, error);
             error = NULL;
             gtk_label_set_text(GTK_LABEL(d->profile_line), d->failure);
-        } else if (!d->rerender && !d->closing) {
+        } else if (!preview_progress(d, NULL, 1.0f)) {
             /* The preview draws 8-bit pixels of the drawable's own type. */
             const gboolean grey = gimp_drawable_is_gray(d->drawable);
             const Babl* to = babl_format(grey ? (ch == 4 ? "Y'A u8" : "Y' u8") : (ch == 4 ? "R'G'B'A u8" : "R'G'B' u8"));
@@ -476,6 +477,7 @@ static void preview_invalidated(Dialog* d)
     }
     d->rendering = TRUE;
     do {
+        d->cancel = FALSE;
         d->rerender = FALSE;
         const MurmexHostProfile* profile = dialog_profile(d);
         update_profile_line(d, profile);
@@ -483,6 +485,19 @@ static void preview_invalidated(Dialog* d)
             render_visible(d, profile);
     } while (d->rerender && !d->closing);
     d->rendering = FALSE;
+}
+
+/* A new value stops a preview render in progress at once; the preview then
+ * renders again when it is invalidated. */
+static void values_changed(Dialog* d)
+{
+    d->cancel = d->rendering;
+    gimp_preview_invalidate(GIMP_PREVIEW(d->preview));
+}
+
+static void dialog_answered(Dialog* d)
+{
+    d->closing = TRUE;
 }
 
 static void value_changed(GtkAdjustment* adjustment, gfloat* value)
@@ -498,16 +513,44 @@ static void switch_toggled(GtkToggleButton* button, gint32* value)
 static void mode_changed(GtkComboBox* combo, Dialog* d)
 {
     gtk_widget_set_sensitive(d->file, gtk_combo_box_get_active(combo) == PROFILE_FILE);
-    gimp_preview_invalidate(GIMP_PREVIEW(d->preview));
+    values_changed(d);
 }
 
 static void file_chosen(GtkFileChooserButton* button, Dialog* d)
 {
     (void)button;
     if (dialog_mode(d) == PROFILE_FILE)
-        gimp_preview_invalidate(GIMP_PREVIEW(d->preview));
+        values_changed(d);
     else
         gtk_combo_box_set_active(GTK_COMBO_BOX(d->mode), PROFILE_FILE);
+}
+
+/* Asks where to save a profile of the image's camera; its place in the
+ * profile library is the default. NULL when the user cancels. */
+static gchar* profile_path_dialog(GtkWindow* parent, const MurmexHostCamera* camera, int width, int height)
+{
+    GtkWidget* chooser = gtk_file_chooser_dialog_new("Save Noise Profile", parent, GTK_FILE_CHOOSER_ACTION_SAVE,
+                                                     "_Cancel", GTK_RESPONSE_CANCEL, "_Save", GTK_RESPONSE_ACCEPT,
+                                                     NULL);
+    gtk_file_chooser_set_do_overwrite_confirmation(GTK_FILE_CHOOSER(chooser), TRUE);
+    char* error = NULL;
+    char* suggested = murmex_host_profile_library_path(camera, width, height, &error);
+    if (suggested) {
+        gchar* dir = g_path_get_dirname(suggested);
+        gchar* base = g_path_get_basename(suggested);
+        g_mkdir_with_parents(dir, 0755);
+        gtk_file_chooser_set_current_folder(GTK_FILE_CHOOSER(chooser), dir);
+        gtk_file_chooser_set_current_name(GTK_FILE_CHOOSER(chooser), base);
+        g_free(dir);
+        g_free(base);
+    }
+    murmex_host_free(suggested);
+    murmex_host_free(error);
+    gchar* path = NULL;
+    if (gtk_dialog_run(GTK_DIALOG(chooser)) == GTK_RESPONSE_ACCEPT)
+        path = gtk_file_chooser_get_filename(GTK_FILE_CHOOSER(chooser));
+    gtk_widget_destroy(chooser);
+    return path;
 }
 
 /* "Save profile...": stores the profile in use, with its header from the
@@ -523,26 +566,9 @@ static void save_clicked(GtkButton* button, Dialog* d)
         return;
     MurmexHostCamera* camera = image_camera(d->image);
     const int width = gimp_image_width(d->image), height = gimp_image_height(d->image);
-    GtkWidget* chooser = gtk_file_chooser_dialog_new("Save Noise Profile", GTK_WINDOW(d->dialog),
-                                                     GTK_FILE_CHOOSER_ACTION_SAVE, "_Cancel", GTK_RESPONSE_CANCEL,
-                                                     "_Save", GTK_RESPONSE_ACCEPT, NULL);
-    gtk_file_chooser_set_do_overwrite_confirmation(GTK_FILE_CHOOSER(chooser), TRUE);
-    char* error = NULL;
-    char* suggested = murmex_host_profile_library_path(camera, width, height, &error);
-    if (suggested) {
-        gchar* dir = g_path_get_dirname(suggested);
-        gchar* base = g_path_get_basename(suggested);
-        g_mkdir_with_parents(dir, 0755);
-        gtk_file_chooser_set_current_folder(GTK_FILE_CHOOSER(chooser), dir);
-        gtk_file_chooser_set_current_name(GTK_FILE_CHOOSER(chooser), base);
-        g_free(dir);
-        g_free(base);
-    }
-    murmex_host_free(suggested);
-    murmex_host_free(error);
-    error = NULL;
-    if (gtk_dialog_run(GTK_DIALOG(chooser)) == GTK_RESPONSE_ACCEPT) {
-        gchar* path = gtk_file_chooser_get_filename(GTK_FILE_CHOOSER(chooser));
+    gchar* path = profile_path_dialog(GTK_WINDOW(d->dialog), camera, width, height);
+    if (path) {
+        char* error = NULL;
         char* written = murmex_host_profile_save(profile, camera, width, height, path, &error);
         if (!written)
             gimp_message(error);
@@ -550,7 +576,6 @@ static void save_clicked(GtkButton* button, Dialog* d)
         murmex_host_free(error);
         g_free(path);
     }
-    gtk_widget_destroy(chooser);
     murmex_host_camera_free(camera);
 }
 
@@ -655,23 +680,24 @@ static gboolean denoise_dialog(gint32 image, gint32 drawable, DenoiseValues* v, 
         g_free(label);
         g_free(tip);
         g_signal_connect(adj, "value-changed", G_CALLBACK(value_changed), &v->settings[i]);
-        g_signal_connect_swapped(adj, "value-changed", G_CALLBACK(gimp_preview_invalidate), d.preview);
+        g_signal_connect_swapped(adj, "value-changed", G_CALLBACK(values_changed), &d);
     }
     GtkWidget* halos = gtk_check_button_new_with_mnemonic("Suppress _halos");
     gtk_toggle_button_set_active(GTK_TOGGLE_BUTTON(halos), v->suppress_halos);
     gtk_box_pack_start(GTK_BOX(sbox), halos, FALSE, FALSE, 0);
     g_signal_connect(halos, "toggled", G_CALLBACK(switch_toggled), &v->suppress_halos);
-    g_signal_connect_swapped(halos, "toggled", G_CALLBACK(gimp_preview_invalidate), d.preview);
+    g_signal_connect_swapped(halos, "toggled", G_CALLBACK(values_changed), &d);
     GtkWidget* low = gtk_check_button_new_with_mnemonic("Filter _low-frequency noise");
     gtk_toggle_button_set_active(GTK_TOGGLE_BUTTON(low), v->low_frequency);
     gtk_box_pack_start(GTK_BOX(sbox), low, FALSE, FALSE, 0);
     g_signal_connect(low, "toggled", G_CALLBACK(switch_toggled), &v->low_frequency);
-    g_signal_connect_swapped(low, "toggled", G_CALLBACK(gimp_preview_invalidate), d.preview);
+    g_signal_connect_swapped(low, "toggled", G_CALLBACK(values_changed), &d);
 
     g_signal_connect_swapped(d.preview, "invalidated", G_CALLBACK(preview_invalidated), &d);
     g_signal_connect(d.mode, "changed", G_CALLBACK(mode_changed), &d);
     g_signal_connect(d.file, "file-set", G_CALLBACK(file_chosen), &d);
     g_signal_connect(save, "clicked", G_CALLBACK(save_clicked), &d);
+    g_signal_connect_swapped(d.dialog, "response", G_CALLBACK(dialog_answered), &d);
 
     gtk_widget_show_all(d.dialog);
     const gboolean ok = gimp_dialog_run(GIMP_DIALOG(d.dialog)) == GTK_RESPONSE_OK;
@@ -780,34 +806,6 @@ static void run_denoise(gint nparams, const GimpParam* param, GimpPDBStatusType*
 
 /* ---- plug-in-murmex-profile ---------------------------------------------- */
 
-/* Asks where to save the profile; the library's place is the default. */
-static gchar* profile_path_dialog(MurmexHostCamera* camera, int width, int height)
-{
-    gimp_ui_init(PLUG_IN_BINARY, FALSE);
-    GtkWidget* chooser = gtk_file_chooser_dialog_new("Save Noise Profile", NULL, GTK_FILE_CHOOSER_ACTION_SAVE,
-                                                     "_Cancel", GTK_RESPONSE_CANCEL, "_Save", GTK_RESPONSE_ACCEPT,
-                                                     NULL);
-    gtk_file_chooser_set_do_overwrite_confirmation(GTK_FILE_CHOOSER(chooser), TRUE);
-    char* error = NULL;
-    char* suggested = murmex_host_profile_library_path(camera, width, height, &error);
-    if (suggested) {
-        gchar* dir = g_path_get_dirname(suggested);
-        gchar* base = g_path_get_basename(suggested);
-        g_mkdir_with_parents(dir, 0755);
-        gtk_file_chooser_set_current_folder(GTK_FILE_CHOOSER(chooser), dir);
-        gtk_file_chooser_set_current_name(GTK_FILE_CHOOSER(chooser), base);
-        g_free(dir);
-        g_free(base);
-    }
-    murmex_host_free(suggested);
-    murmex_host_free(error);
-    gchar* path = NULL;
-    if (gtk_dialog_run(GTK_DIALOG(chooser)) == GTK_RESPONSE_ACCEPT)
-        path = gtk_file_chooser_get_filename(GTK_FILE_CHOOSER(chooser));
-    gtk_widget_destroy(chooser);
-    return path;
-}
-
 static void run_profile(gint nparams, const GimpParam* param, GimpPDBStatusType* status, gchar** written_path)
 {
     const GimpRunMode run_mode = param[0].data.d_int32;
@@ -826,7 +824,8 @@ static void run_profile(gint nparams, const GimpParam* param, GimpPDBStatusType*
         path = g_strdup(param[3].data.d_string ? param[3].data.d_string : "");
         relaxed = param[4].data.d_int32 ? 1 : 0;
     } else {
-        path = profile_path_dialog(camera, width, height);
+        gimp_ui_init(PLUG_IN_BINARY, FALSE);
+        path = profile_path_dialog(NULL, camera, width, height);
         if (!path) {
             *status = GIMP_PDB_CANCEL;
             murmex_host_camera_free(camera);
