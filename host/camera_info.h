@@ -3,6 +3,7 @@
 // image's metadata).
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -13,5 +14,20 @@ struct CameraInfo {  // std::nullopt when absent
     std::optional<int> iso, lightSource, contrast, sharpness, saturation;  // EXIF codes as stored
     std::optional<float> shutterSpeed, exposureComp;                       // seconds, EV
 };
+
+// A host's access to a photo's EXIF tags by key ("Exif.Image.Make"): a
+// tag's text without surrounding blanks, or its first value as a number;
+// nothing when the tag is absent, empty or not a number.
+struct ExifAccess {
+    std::function<std::optional<std::string>(const char* key)> text;
+    std::function<std::optional<int>(const char* key)> integer;
+    std::function<std::optional<float>(const char* key)> real;
+};
+
+// The camera data that the tags hold: maker, model, ISO (the Exif
+// directory's, else the first directory's), exposure time and
+// compensation, light source, contrast, sharpness, saturation, and the
+// colour space when it is sRGB or Adobe RGB.
+CameraInfo cameraFromExif(const ExifAccess& exif);
 
 }  // namespace murmex_host

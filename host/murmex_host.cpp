@@ -219,28 +219,9 @@ std::optional<float> exifFloat(const std::string& xml, const char* key)
 
 CameraInfo cameraFromMetadataXml(const std::string& xml)
 {
-    CameraInfo info;
-    info.maker = exifText(xml, "Exif.Image.Make");
-    info.model = exifText(xml, "Exif.Image.Model");
-    info.iso = exifInt(xml, "Exif.Photo.ISOSpeedRatings");
-    if (!info.iso)
-        info.iso = exifInt(xml, "Exif.Image.ISOSpeedRatings");
-    info.shutterSpeed = exifFloat(xml, "Exif.Photo.ExposureTime");
-    info.exposureComp = exifFloat(xml, "Exif.Photo.ExposureBiasValue");
-    info.lightSource = exifInt(xml, "Exif.Photo.LightSource");
-    info.contrast = exifInt(xml, "Exif.Photo.Contrast");
-    info.sharpness = exifInt(xml, "Exif.Photo.Sharpness");
-    info.saturation = exifInt(xml, "Exif.Photo.Saturation");
-    // Colour space 1 is sRGB; Adobe RGB is 2, or uncalibrated (0xFFFF) with
-    // the interoperability index "R03".
-    if (const std::optional<int> cs = exifInt(xml, "Exif.Photo.ColorSpace")) {
-        const std::optional<std::string> interop = exifText(xml, "Exif.Iop.InteroperabilityIndex");
-        if (*cs == 1)
-            info.colorSpace = "sRGB";
-        else if (*cs == 2 || (*cs == 0xffff && interop && *interop == "R03"))
-            info.colorSpace = "Adobe RGB";
-    }
-    return info;
+    return cameraFromExif({[&](const char* key) { return exifText(xml, key); },
+                           [&](const char* key) { return exifInt(xml, key); },
+                           [&](const char* key) { return exifFloat(xml, key); }});
 }
 
 // ---- Engine calls ----------------------------------------------------------

@@ -159,28 +159,9 @@ CameraInfo readCameraInfo(const std::string& path)
     const Exiv2::ExifData& exif = image->exifData();
     if (exif.empty())
         return info;
-    info.maker = exifText(exif, "Exif.Image.Make");
-    info.model = exifText(exif, "Exif.Image.Model");
-    info.iso = exifInt(exif, "Exif.Photo.ISOSpeedRatings");
-    if (!info.iso)
-        info.iso = exifInt(exif, "Exif.Image.ISOSpeedRatings");
-    info.shutterSpeed = exifFloat(exif, "Exif.Photo.ExposureTime");
-    info.exposureComp = exifFloat(exif, "Exif.Photo.ExposureBiasValue");
-    info.lightSource = exifInt(exif, "Exif.Photo.LightSource");
-    info.contrast = exifInt(exif, "Exif.Photo.Contrast");
-    info.sharpness = exifInt(exif, "Exif.Photo.Sharpness");
-    info.saturation = exifInt(exif, "Exif.Photo.Saturation");
-    // Colour space 1 is sRGB. Adobe RGB has no code of its own: cameras mark
-    // it as 2, or as uncalibrated (0xFFFF) with the interoperability index
-    // "R03". Anything else is left unnamed.
-    if (const std::optional<int> cs = exifInt(exif, "Exif.Photo.ColorSpace")) {
-        const std::optional<std::string> interop = exifText(exif, "Exif.Iop.InteroperabilityIndex");
-        if (*cs == 1)
-            info.colorSpace = "sRGB";
-        else if (*cs == 2 || (*cs == 0xffff && interop && *interop == "R03"))
-            info.colorSpace = "Adobe RGB";
-    }
-    return info;
+    return cameraFromExif({[&](const char* key) { return exifText(exif, key); },
+                           [&](const char* key) { return exifInt(exif, key); },
+                           [&](const char* key) { return exifFloat(exif, key); }});
 }
 
 void copyMetadata(const std::string& from, const std::string& to)
