@@ -58,9 +58,17 @@ void requireProgram(const std::string& program)
     }
 }
 
-// Runs argv with env added to the environment, standard output and error
-// into logPath; returns the exit status.
-int spawn(const std::vector<std::string>& args, const std::vector<std::string>& env, const std::string& logPath)
+std::string readText(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+// Starts argv with env added to the environment, standard output and error
+// into logPath; returns its process id, or -1.
+pid_t start(const std::vector<std::string>& args, const std::vector<std::string>& env, const std::string& logPath)
 {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
@@ -88,19 +96,56 @@ int spawn(const std::vector<std::string>& args, const std::vector<std::string>& 
     pid_t pid = -1;
     const int rc = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), envp.data());
     posix_spawn_file_actions_destroy(&actions);
-    if (rc != 0)
+    return rc == 0 ? pid : -1;
+}
+
+// Waits for a started process; returns its exit status, or 128 + signal.
+int finish(pid_t pid)
+{
+    if (pid < 0)
         return -1;
     int status = 0;
     waitpid(pid, &status, 0);
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-std::string readText(const std::string& path)
+int spawn(const std::vector<std::string>& args, const std::vector<std::string>& env, const std::string& logPath)
 {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
+    return finish(start(args, env, logPath));
+}
+
+// The parent of process pid, from /proc; -1 when it is gone.
+pid_t parentOf(pid_t pid)
+{
+    const std::string stat = readText("/proc/" + std::to_string(pid) + "/stat");
+    const size_t close = stat.rfind(')');
+    if (close == std::string::npos)
+        return -1;
+    std::istringstream fields(stat.substr(close + 2));
+    char state = 0;
+    pid_t parent = -1;
+    fields >> state >> parent;
+    return parent;
+}
+
+// The build's plug-in running a procedure (not answering GIMP's query at
+// start-up) under the process tree of root (GIMP started by timeout), or -1.
+pid_t runningPlugin(pid_t root)
+{
+    const fs::path plugin = fs::path(MURMEX_GIMP_BUILD_PLUGINS) / "murmex" / "murmex";
+    std::error_code ec;
+    for (const auto& entry : fs::directory_iterator("/proc", ec)) {
+        const std::string name = entry.path().filename().string();
+        if (name.find_first_not_of("0123456789") != std::string::npos)
+            continue;
+        const pid_t pid = std::stoi(name);
+        if (fs::read_symlink(entry.path() / "exe", ec) != plugin || ec)
+            continue;
+        const std::string cmdline = readText((entry.path() / "cmdline").string());
+        if (cmdline.find(std::string("\0-run\0", 6)) != std::string::npos && parentOf(parentOf(pid)) == root)
+            return pid;
+    }
+    return -1;
 }
 
 size_t count(const std::string& text, const std::string& what)
@@ -169,8 +214,9 @@ protected:
                     ":detect_leaks=0"};
     }
 
-    // One gimp-console run of the batch commands, each its own -b, then quit.
-    GimpLog runGimp(const std::vector<std::string>& commands)
+    // Starts one gimp-console run of the batch commands, each its own -b,
+    // then quit; its log goes to gimp.log.
+    pid_t startGimp(const std::vector<std::string>& commands)
     {
         std::vector<std::string> args{"timeout", "120", "gimp-console-2.10", "-i", "--gimprc=" + path("gimprc")};
         for (const std::string& c : commands) {
@@ -179,13 +225,19 @@ protected:
         }
         args.push_back("-b");
         args.push_back("(gimp-quit 0)");
-        const std::string logPath = path("gimp.log");
-        const int status = spawn(args, environment(), logPath);
-        GimpLog log{readText(logPath)};
+        return start(args, environment(), path("gimp.log"));
+    }
+
+    GimpLog finishGimp(pid_t gimp)
+    {
+        const int status = finish(gimp);
+        GimpLog log{readText(path("gimp.log"))};
         EXPECT_EQ(status, 0) << log.text;
         expectNoSanitizerReport(log.text);
         return log;
     }
+
+    GimpLog runGimp(const std::vector<std::string>& commands) { return finishGimp(startGimp(commands)); }
 
     // A 16-bit RGB TIFF of the demo's noisy scene.
     std::string photo(const std::string& name, int width = 320, int height = 240, uint32_t seed = 7, bool alpha = false)
@@ -476,6 +528,26 @@ TEST_F(GimpPluginTest, MissingOrCorruptProfileFailsAndLeavesTheImageUnchanged)
     EXPECT_NE(log.text.find("cannot load profile " + corrupt), std::string::npos) << log.text;
     const Image out = murmex_app::readImage(path("out.tif"));
     EXPECT_TRUE(rgb(out) == rgb(murmex_app::readImage(input)));
+}
+
+// Cancel on GIMP's progress bar makes GIMP end the plug-in, by SIGKILL if
+// need be: whatever the plug-in was doing, nothing is merged.
+TEST_F(GimpPluginTest, PluginEndedMidRunLeavesTheImageUnchanged)
+{
+    const std::string input = photo("photo.tif", 3000, 2000);
+    const pid_t gimp = startGimp({load(input), denoise("1", "measure", kDefaultArgs), save("1", path("out.tif"))});
+    pid_t plugin = -1;
+    for (int i = 0; i < 1200 && plugin < 0; ++i) {
+        usleep(50000);
+        plugin = runningPlugin(gimp);
+    }
+    ASSERT_GT(plugin, 0) << "the plug-in did not start";
+    usleep(1000000);  // reading the layer and measuring its noise by now
+    kill(plugin, SIGKILL);
+    const GimpLog log = finishGimp(gimp);
+    EXPECT_EQ(log.failed(), 1u) << log.text;
+    ASSERT_EQ(log.succeeded(), 2u) << log.text;
+    EXPECT_TRUE(rgb(murmex_app::readImage(path("out.tif"))) == rgb(murmex_app::readImage(input)));
 }
 
 TEST_F(GimpPluginTest, RunWithLastValuesRepeatsThePreviousSettings)
