@@ -40,8 +40,8 @@ void JDenoiseThread::postRequest(JIncrRaster* raster, int first, int last)
     {
         JMutexLocker lock(requestLock_);
         raster_ = raster;
-        first_ = first;
-        last_ = last;
+        next_ = raster ? first : 0;
+        end_ = raster ? last : -1;
     }
     posts_.fetch_add(1, std::memory_order_relaxed);
     request_.give();
@@ -49,6 +49,13 @@ void JDenoiseThread::postRequest(JIncrRaster* raster, int first, int last)
 
 void JDenoiseThread::waitForReply()
 {
+    JIncrRaster* raster;
+    {
+        JMutexLocker lock(requestLock_);
+        raster = raster_;
+    }
+    if (raster)
+        pullRows(raster, false);
     reply_.take();
     std::exception_ptr error;
     {
@@ -60,31 +67,44 @@ void JDenoiseThread::waitForReply()
         std::rethrow_exception(error);
 }
 
+void JDenoiseThread::pullRows(JIncrRaster* raster, bool fromFront)
+{
+    for (;;) {
+        int row;
+        {
+            JMutexLocker lock(requestLock_);
+            if (next_ > end_)
+                return;
+            row = fromFront ? next_++ : end_--;
+        }
+        try {
+            raster->getScanline(row);
+            raster->unrefScanline(row);
+        } catch (...) {
+            JMutexLocker lock(requestLock_);
+            if (!error_)
+                error_ = std::current_exception();
+            // The rest of the request is abandoned, as by a worker alone.
+            next_ = end_ + 1;
+            return;
+        }
+    }
+}
+
 void JDenoiseThread::run()
 {
     for (;;) {
         request_.take();
         JIncrRaster* raster;
-        int first, last;
         {
             JMutexLocker lock(requestLock_);
             raster = raster_;
-            first = first_;
-            last = last_;
         }
         if (!raster) {
             stopped_.store(true, std::memory_order_release);
             return;
         }
-        try {
-            for (int row = first; row <= last; ++row) {
-                raster->getScanline(row);
-                raster->unrefScanline(row);
-            }
-        } catch (...) {
-            JMutexLocker lock(requestLock_);
-            error_ = std::current_exception();
-        }
+        pullRows(raster, true);
         reply_.give();
     }
 }

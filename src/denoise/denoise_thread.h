@@ -3,6 +3,12 @@
 // rows of the node, releases each, and replies. Requests and replies pass
 // through two one-slot signals, so a post must always be followed by
 // waitForReply() before the next post.
+//
+// The thread that waits for the reply helps: it pulls rows of the request
+// from its end while the worker pulls them from its start, each row claimed
+// under the request lock by exactly one of the two, and then blocks until the
+// worker replies. Every row of the range is still pulled and released once;
+// which thread computes it does not change the row.
 #pragma once
 
 #include <atomic>
@@ -29,9 +35,11 @@ public:
     // Rows first..last of `raster` (an empty range when first > last). A null
     // raster asks the worker to stop.
     void postRequest(JIncrRaster* raster, int first, int last);
-    // Waits for the reply to the last request. A row evaluation that threw on
-    // the worker is rethrown here, on the driver's thread, so that it reaches
-    // the entry point instead of leaving the driver waiting for ever.
+    // Pulls the rows of the last request that the worker has not started on
+    // yet, last first, then waits for the worker's reply. A row evaluation
+    // that threw, on the worker or here, is rethrown once the worker has
+    // replied, on the driver's thread, so that it reaches the entry point
+    // instead of leaving the driver waiting for ever.
     void waitForReply();
 
     bool stopped() const { return stopped_.load(std::memory_order_acquire); }
@@ -42,12 +50,18 @@ protected:
     void run() override;
 
 private:
+    // Pulls and releases rows of `raster` that are still to do, from the
+    // front (the worker) or from the back (the waiting thread), until none
+    // is left. A failure is kept for waitForReply and ends the request.
+    void pullRows(JIncrRaster* raster, bool fromFront);
+
     JMutex requestLock_;
     JOneSlotSignal request_;
     JOneSlotSignal reply_;
+    // The request's node and, of its rows, those not yet claimed: next..end.
     JIncrRaster* raster_ = nullptr;
-    int first_ = 0;
-    int last_ = 0;
+    int next_ = 0;
+    int end_ = -1;
     std::exception_ptr error_;  // guarded by requestLock_
     std::atomic<bool> stopped_{false};
     std::atomic<int> posts_{0};
