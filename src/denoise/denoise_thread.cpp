@@ -42,6 +42,7 @@ void JDenoiseThread::postRequest(JIncrRaster* raster, int first, int last)
         raster_ = raster;
         next_ = raster ? first : 0;
         end_ = raster ? last : -1;
+        abandoned_ = false;
     }
     posts_.fetch_add(1, std::memory_order_relaxed);
     request_.give();
@@ -55,7 +56,7 @@ void JDenoiseThread::waitForReply()
         raster = raster_;
     }
     if (raster)
-        pullRows(raster, false);
+        pullUpperHalves(raster);
     reply_.take();
     std::exception_ptr error;
     {
@@ -67,7 +68,24 @@ void JDenoiseThread::waitForReply()
         std::rethrow_exception(error);
 }
 
-void JDenoiseThread::pullRows(JIncrRaster* raster, bool fromFront)
+bool JDenoiseThread::pullRow(JIncrRaster* raster, int row)
+{
+    try {
+        raster->getScanline(row);
+        raster->unrefScanline(row);
+        return true;
+    } catch (...) {
+        JMutexLocker lock(requestLock_);
+        if (!error_)
+            error_ = std::current_exception();
+        // The rest of the request is abandoned, as by a worker alone.
+        next_ = end_ + 1;
+        abandoned_ = true;
+        return false;
+    }
+}
+
+void JDenoiseThread::pullFromFront(JIncrRaster* raster)
 {
     for (;;) {
         int row;
@@ -75,18 +93,33 @@ void JDenoiseThread::pullRows(JIncrRaster* raster, bool fromFront)
             JMutexLocker lock(requestLock_);
             if (next_ > end_)
                 return;
-            row = fromFront ? next_++ : end_--;
+            row = next_++;
         }
-        try {
-            raster->getScanline(row);
-            raster->unrefScanline(row);
-        } catch (...) {
-            JMutexLocker lock(requestLock_);
-            if (!error_)
-                error_ = std::current_exception();
-            // The rest of the request is abandoned, as by a worker alone.
-            next_ = end_ + 1;
+        if (!pullRow(raster, row))
             return;
+    }
+}
+
+void JDenoiseThread::pullUpperHalves(JIncrRaster* raster)
+{
+    for (;;) {
+        int from, to;
+        {
+            JMutexLocker lock(requestLock_);
+            if (next_ > end_)
+                return;
+            from = next_ + (end_ - next_ + 1) / 2;
+            to = end_;
+            end_ = from - 1;
+        }
+        for (int row = from; row <= to; ++row) {
+            {
+                JMutexLocker lock(requestLock_);
+                if (abandoned_)
+                    return;
+            }
+            if (!pullRow(raster, row))
+                return;
         }
     }
 }
@@ -104,7 +137,7 @@ void JDenoiseThread::run()
             stopped_.store(true, std::memory_order_release);
             return;
         }
-        pullRows(raster, true);
+        pullFromFront(raster);
         reply_.give();
     }
 }

@@ -4,11 +4,15 @@
 // through two one-slot signals, so a post must always be followed by
 // waitForReply() before the next post.
 //
-// The thread that waits for the reply helps: it pulls rows of the request
-// from its end while the worker pulls them from its start, each row claimed
-// under the request lock by exactly one of the two, and then blocks until the
-// worker replies. Every row of the range is still pulled and released once;
-// which thread computes it does not change the row.
+// The thread that waits for the reply helps: while the worker pulls rows from
+// the start of the range, it takes the upper half of what is left and pulls
+// those rows upwards, again and again, then blocks until the worker replies.
+// Starting in the middle keeps the two away from each other's rows (and from
+// the next worker's, which begins right after this range), so that neither
+// waits for an input row the other is computing. Rows are claimed under the
+// request lock, each by exactly one of the two; every row of the range is
+// still pulled and released once, and which thread computes it does not change
+// the row.
 #pragma once
 
 #include <atomic>
@@ -35,8 +39,8 @@ public:
     // Rows first..last of `raster` (an empty range when first > last). A null
     // raster asks the worker to stop.
     void postRequest(JIncrRaster* raster, int first, int last);
-    // Pulls the rows of the last request that the worker has not started on
-    // yet, last first, then waits for the worker's reply. A row evaluation
+    // Pulls rows of the last request that the worker has not reached (upper
+    // halves of what is left), then waits for the worker's reply. A row evaluation
     // that threw, on the worker or here, is rethrown once the worker has
     // replied, on the driver's thread, so that it reaches the entry point
     // instead of leaving the driver waiting for ever.
@@ -50,10 +54,14 @@ protected:
     void run() override;
 
 private:
-    // Pulls and releases rows of `raster` that are still to do, from the
-    // front (the worker) or from the back (the waiting thread), until none
-    // is left. A failure is kept for waitForReply and ends the request.
-    void pullRows(JIncrRaster* raster, bool fromFront);
+    // Pulls and releases one row. A failure is kept for waitForReply and
+    // abandons the rest of the request; then it returns false.
+    bool pullRow(JIncrRaster* raster, int row);
+    // The worker: the rows still to do, one at a time from the front.
+    void pullFromFront(JIncrRaster* raster);
+    // The waiting thread: the upper half of the rows still to do, upwards,
+    // until none are left.
+    void pullUpperHalves(JIncrRaster* raster);
 
     JMutex requestLock_;
     JOneSlotSignal request_;
@@ -62,6 +70,7 @@ private:
     JIncrRaster* raster_ = nullptr;
     int next_ = 0;
     int end_ = -1;
+    bool abandoned_ = false;  // a row of the request failed
     std::exception_ptr error_;  // guarded by requestLock_
     std::atomic<bool> stopped_{false};
     std::atomic<int> posts_{0};

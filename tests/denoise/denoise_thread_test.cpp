@@ -167,8 +167,8 @@ public:
 
 TEST(DenoiseThreadThreadTest, WaitingThreadPullsTheRowsTheWorkerHasNotReached)
 {
-    // Whichever thread takes row 0 cannot finish it before the other rows are
-    // done, so the waiting thread must have computed rows from the end.
+    // The worker starts with row 0 and cannot finish it before the other
+    // rows are done, so the waiting thread must have computed all of those.
     const int h = 12;
     HeldFirstRowNode node(h);
     for (int y = 0; y < h; ++y)
