@@ -10,6 +10,12 @@
 // eighth lane reads one column further right than the window's own lines
 // (column c0 + 9); a block's window ends at least 16 columns before the
 // tile's right edge, so that stays inside the tile.
+//
+// What it bought: with the vector tile conversion (color/pixel_rect_simd.cpp)
+// the sampler on 24 megapixels (BM_AutoSamplePeakHeap24MP, CPU time, median
+// of 3, the synthetic scene's generation included) went from 748 ms to
+// 554 ms, of which this part took it from 567 ms. Shared 2-core Intel Xeon
+// (AVX-512) build machine under load, Release build.
 #pragma once
 
 namespace block_roughness_simd {
