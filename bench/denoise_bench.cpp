@@ -44,6 +44,16 @@ murmex_test::MemoryImage& noisyScene()
     return in;
 }
 
+// Default settings with every noise map constant per level, finer levels
+// noisier.
+void setConstantNoise(JNoiseFilterSettings& settings)
+{
+    for (int ch = 0; ch < 3; ++ch)
+        for (int l = 0; l < JNoiseFilterSettings::kLevels; ++l)
+            for (int i = 0; i < J3DMap::kCells; ++i)
+                settings.getNoiseMap(ch, l).setCellValue(i, 2e-4f / static_cast<float>(1 << l));
+}
+
 void runDenoise12MP(benchmark::State& state, int threads)
 {
     const bool vector = state.range(0) != 0;
@@ -52,10 +62,7 @@ void runDenoise12MP(benchmark::State& state, int threads)
     murmex_test::MemoryImage& in = noisyScene();
     murmex_test::MemoryImage out(w, h);
     JNoiseFilterSettings settings;
-    for (int ch = 0; ch < 3; ++ch)
-        for (int l = 0; l < JNoiseFilterSettings::kLevels; ++l)
-            for (int i = 0; i < J3DMap::kCells; ++i)
-                settings.getNoiseMap(ch, l).setCellValue(i, 2e-4f / static_cast<float>(1 << l));
+    setConstantNoise(settings);
 
     JCPUInfo::SIMDSupported = vector && JCPUInfo::detectedLevel() > JCPUInfo::Scalar;
     JCPUInfo::SIMDLevel = vector ? JCPUInfo::detectedLevel() : static_cast<int>(JCPUInfo::Scalar);
@@ -118,10 +125,7 @@ void BM_DenoiseWorkers(benchmark::State& state)
     const int w = in.width(), h = in.height();
     murmex_test::MemoryImage out(w, h);
     JNoiseFilterSettings settings;
-    for (int ch = 0; ch < 3; ++ch)
-        for (int l = 0; l < JNoiseFilterSettings::kLevels; ++l)
-            for (int i = 0; i < J3DMap::kCells; ++i)
-                settings.getNoiseMap(ch, l).setCellValue(i, 2e-4f / static_cast<float>(1 << l));
+    setConstantNoise(settings);
     JCPUInfo::reset();
     std::size_t peak = 0;
     double cpu = 0.0;

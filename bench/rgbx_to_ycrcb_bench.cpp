@@ -9,18 +9,15 @@
 #include "color/image_lib.h"
 #include "denoise/raster/rgbx_to_ycrcb.h"
 #include "support/planes.h"
+#include "node_bench.h"
 #include "support/rgbx_node.h"
 
 namespace {
 
 void runRGBXToYCrCb(benchmark::State& state, bool vector, int level)
 {
-    if (vector && JCPUInfo::detectedLevel() < level) {
-        state.SkipWithError("vector level not available on this processor");
+    if (!murmex_bench::selectPath(state, vector, level))
         return;
-    }
-    JCPUInfo::SIMDSupported = vector;
-    JCPUInfo::SIMDLevel = vector ? level : static_cast<int>(JCPUInfo::Scalar);
     const int w = 4096, h = 64;
     murmex_test::RGBXNode rgbx(w, h, murmex_test::randomPlane(4 * w, h, 5, 0.0f, 1.0f));
     // One extra reference per input row keeps it cached across passes.
@@ -30,18 +27,9 @@ void runRGBXToYCrCb(benchmark::State& state, bool vector, int level)
     }
     const auto channel = static_cast<JImageLib::YCrCbIndex>(state.range(0));
     JIncrRaster_RGBXToYCrCb node(&rgbx, channel);
-    for (auto _ : state) {
-        for (int r = 0; r < h; ++r)
-            node.refScanline(r);
-        for (int r = 0; r < h; ++r)
-            benchmark::DoNotOptimize(node.getScanline(r));
-        for (int r = 0; r < h; ++r)
-            node.unrefScanline(r);
-    }
+    murmex_bench::pullEveryRow(state, node);
     for (int r = 0; r < h; ++r)
         rgbx.unrefScanline(r);
-    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(w) * h);
-    JCPUInfo::reset();
 }
 
 void BM_RGBXToYCrCb_Scalar(benchmark::State& state) { runRGBXToYCrCb(state, false, JCPUInfo::Scalar); }

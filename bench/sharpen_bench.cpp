@@ -8,17 +8,14 @@
 #include "base/cpu_info.h"
 #include "denoise/raster/sharpen.h"
 #include "held_plane.h"
+#include "node_bench.h"
 
 namespace {
 
 void runSharpen(benchmark::State& state, bool vector, int level)
 {
-    if (vector && JCPUInfo::detectedLevel() < level) {
-        state.SkipWithError("vector level not available on this processor");
+    if (!murmex_bench::selectPath(state, vector, level))
         return;
-    }
-    JCPUInfo::SIMDSupported = vector;
-    JCPUInfo::SIMDLevel = vector ? level : static_cast<int>(JCPUInfo::Scalar);
     const int w = 4096, h = 64;
     murmex_bench::HeldPlane in(w, h, 3, -0.1f, 1.1f);
     JIncrRaster_Sharpen node(in, 1.2f, 1.6f);
@@ -28,18 +25,9 @@ void runSharpen(benchmark::State& state, bool vector, int level)
         blur.refScanline(r);
         blur.getScanline(r);
     }
-    for (auto _ : state) {
-        for (int r = 0; r < h; ++r)
-            node.refScanline(r);
-        for (int r = 0; r < h; ++r)
-            benchmark::DoNotOptimize(node.getScanline(r));
-        for (int r = 0; r < h; ++r)
-            node.unrefScanline(r);
-    }
+    murmex_bench::pullEveryRow(state, node);
     for (int r = 0; r < h; ++r)
         blur.unrefScanline(r);
-    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(w) * h);
-    JCPUInfo::reset();
 }
 
 void BM_Sharpen_Scalar(benchmark::State& state) { runSharpen(state, false, JCPUInfo::Scalar); }
