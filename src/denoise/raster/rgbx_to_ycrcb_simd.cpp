@@ -17,6 +17,7 @@
 #include "base/cpu_info.h"
 #include "color/rgbx_simd.h"
 #include "denoise/raster/rgbx_to_ycrcb.h"
+#include "denoise/raster/simd_lanes.h"
 #include "denoise/raster/simd_target.h"
 
 namespace {
@@ -24,16 +25,7 @@ namespace {
 MURMEX_TARGET_BEGIN("avx512f,avx512dq,avx512bw,avx512vl,fma")
 namespace avx512 {
 
-struct Lanes {
-    using F = __m512;
-    static constexpr int kWidth = 16;
-
-    static F set1(float f) { return _mm512_set1_ps(f); }
-    static F mul(F a, F b) { return _mm512_mul_ps(a, b); }
-    static F fmadd(F a, F b, F c) { return _mm512_fmadd_ps(a, b, c); }
-    static F fnmadd(F a, F b, F c) { return _mm512_fnmadd_ps(a, b, c); }
-    static void store(float* p, F v) { _mm512_storeu_ps(p, v); }
-
+struct Lanes : simd_lanes::Lanes16 {
     static void loadRGB(const float* in, F& r, F& g, F& b)
     {
         rgbx_simd::split16(_mm512_loadu_ps(in), _mm512_loadu_ps(in + 16), _mm512_loadu_ps(in + 32),
@@ -51,15 +43,7 @@ MURMEX_TARGET_END
 MURMEX_TARGET_BEGIN("avx2,fma")
 namespace avx2 {
 
-struct Lanes {
-    using F = __m256;
-    static constexpr int kWidth = 8;
-
-    static F set1(float f) { return _mm256_set1_ps(f); }
-    static F mul(F a, F b) { return _mm256_mul_ps(a, b); }
-    static F fmadd(F a, F b, F c) { return _mm256_fmadd_ps(a, b, c); }
-    static F fnmadd(F a, F b, F c) { return _mm256_fnmadd_ps(a, b, c); }
-
+struct Lanes : simd_lanes::Lanes8 {
     // The lanes hold pixels 0 2 4 6 | 1 3 5 7 (loadRGB); store puts them back
     // in order.
     static void store(float* p, F v) { rgbx_simd::storeInOrder8(p, v); }

@@ -1,12 +1,10 @@
 // The vector loop of JIncrRaster_RGBXToYCrCb, written once for any vector
-// width. L is a lane type that wraps one instruction set's intrinsics:
-//   L::F                  a vector of L::kWidth floats
+// width. L is a lane type of simd_lanes.h (fnmadd(a, b, c) is fmaf(-a, b, c))
+// with two more operations:
 //   L::loadRGB(in, r, g, b)  the red, green and blue floats of L::kWidth
-//                         RGBX pixels at in, each in pixel order
-//   L::set1, L::mul, L::store
-//   L::fmadd(a, b, c)     a*b + c, one rounding
-//   L::fnmadd(a, b, c)    -(a*b) + c, one rounding (= fmaf(-a, b, c))
-//   L::plusHalf(v)        v + 0.5 in double, rounded back to float
+//                            RGBX pixels at in, in the lane order that
+//                            L::store puts back into pixel order
+//   L::plusHalf(v)           v + 0.5 in double, rounded back to float
 // This file has no include guard on purpose: rgbx_to_ycrcb_simd.cpp includes
 // it once per instruction set, each time inside its own namespace and under a
 // MURMEX_TARGET_BEGIN (simd_target.h).

@@ -16,55 +16,22 @@
 
 #include "base/cpu_info.h"
 #include "denoise/raster/sharpen.h"
+#include "denoise/raster/simd_lanes.h"
 #include "denoise/raster/simd_target.h"
 
 namespace {
 
 MURMEX_TARGET_BEGIN("avx512f,avx512dq,avx512bw,avx512vl,fma")
 namespace avx512 {
-
-struct Lanes {
-    using F = __m512;
-    static constexpr int kWidth = 16;
-    static F load(const float* p) { return _mm512_loadu_ps(p); }
-    static void store(float* p, F v) { _mm512_storeu_ps(p, v); }
-    static F set1(float f) { return _mm512_set1_ps(f); }
-    static F zero() { return _mm512_setzero_ps(); }
-    static F add(F a, F b) { return _mm512_add_ps(a, b); }
-    static F sub(F a, F b) { return _mm512_sub_ps(a, b); }
-    static F mul(F a, F b) { return _mm512_mul_ps(a, b); }
-    static F fmadd(F a, F b, F c) { return _mm512_fmadd_ps(a, b, c); }
-    // The zero-masking forms with a full mask are the plain instructions; GCC
-    // 12 warns about the unmasked intrinsics' undefined pass-through operand.
-    static F min(F a, F b) { return _mm512_maskz_min_ps(0xFFFF, a, b); }
-    static F max(F a, F b) { return _mm512_maskz_max_ps(0xFFFF, a, b); }
-};
-
+using Lanes = simd_lanes::Lanes16;
 #include "denoise/raster/sharpen_simd_row.h"
-
 }  // namespace avx512
 MURMEX_TARGET_END
 
 MURMEX_TARGET_BEGIN("avx2,fma")
 namespace avx2 {
-
-struct Lanes {
-    using F = __m256;
-    static constexpr int kWidth = 8;
-    static F load(const float* p) { return _mm256_loadu_ps(p); }
-    static void store(float* p, F v) { _mm256_storeu_ps(p, v); }
-    static F set1(float f) { return _mm256_set1_ps(f); }
-    static F zero() { return _mm256_setzero_ps(); }
-    static F add(F a, F b) { return _mm256_add_ps(a, b); }
-    static F sub(F a, F b) { return _mm256_sub_ps(a, b); }
-    static F mul(F a, F b) { return _mm256_mul_ps(a, b); }
-    static F fmadd(F a, F b, F c) { return _mm256_fmadd_ps(a, b, c); }
-    static F min(F a, F b) { return _mm256_min_ps(a, b); }
-    static F max(F a, F b) { return _mm256_max_ps(a, b); }
-};
-
+using Lanes = simd_lanes::Lanes8;
 #include "denoise/raster/sharpen_simd_row.h"
-
 }  // namespace avx2
 MURMEX_TARGET_END
 

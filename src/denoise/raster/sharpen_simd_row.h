@@ -1,8 +1,5 @@
 // The vector loop of JIncrRaster_Sharpen, written once for any vector width.
-// L is a lane type that wraps one instruction set's intrinsics: L::F, a
-// vector of L::kWidth floats, with load, store, set1, zero, add, sub, mul,
-// fmadd(a, b, c) = a*b + c in one rounding, and min and max as the vector
-// unit has them (the second operand when the comparison fails).
+// L is a lane type of simd_lanes.h.
 // This file has no include guard on purpose: sharpen_simd.cpp includes it
 // once per instruction set, each time inside its own namespace and under a
 // MURMEX_TARGET_BEGIN (simd_target.h).
