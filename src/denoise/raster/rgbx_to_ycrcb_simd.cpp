@@ -15,10 +15,10 @@
 #include <immintrin.h>
 
 #include "base/cpu_info.h"
+#include "base/simd_lanes.h"
+#include "base/simd_target.h"
 #include "color/rgbx_simd.h"
 #include "denoise/raster/rgbx_to_ycrcb.h"
-#include "denoise/raster/simd_lanes.h"
-#include "denoise/raster/simd_target.h"
 
 namespace {
 

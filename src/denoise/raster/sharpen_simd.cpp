@@ -16,8 +16,8 @@
 
 #include "base/cpu_info.h"
 #include "denoise/raster/sharpen.h"
-#include "denoise/raster/simd_lanes.h"
-#include "denoise/raster/simd_target.h"
+#include "base/simd_lanes.h"
+#include "base/simd_target.h"
 
 namespace {
 

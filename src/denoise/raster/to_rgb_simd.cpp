@@ -14,8 +14,8 @@
 #include <immintrin.h>
 
 #include "base/cpu_info.h"
-#include "denoise/raster/simd_lanes.h"
-#include "denoise/raster/simd_target.h"
+#include "base/simd_lanes.h"
+#include "base/simd_target.h"
 #include "denoise/raster/to_rgb.h"
 
 namespace {

@@ -3,8 +3,8 @@
 // unaligned; fmadd(a, b, c) = a*b + c and fnmadd(a, b, c) = -(a*b) + c, each
 // rounded once (as fmaf); min(a, b) and max(a, b) are the vector unit's (a < b
 // ? a : b and a > b ? a : b: the second operand when the comparison fails).
-// A node's row loop is written once as a template over a lane type; its own
-// lane type derives from one of these and adds what is particular to it.
+// A row loop is written once as a template over a lane type; its own lane
+// type derives from one of these and adds what is particular to it.
 // Each function carries its instruction set, so it inlines into code compiled
 // for that set (MURMEX_TARGET_BEGIN, simd_target.h).
 #pragma once
@@ -27,6 +27,7 @@ struct Lanes16 {
     MURMEX_LANES16 static F add(F a, F b) { return _mm512_add_ps(a, b); }
     MURMEX_LANES16 static F sub(F a, F b) { return _mm512_sub_ps(a, b); }
     MURMEX_LANES16 static F mul(F a, F b) { return _mm512_mul_ps(a, b); }
+    MURMEX_LANES16 static F div(F a, F b) { return _mm512_div_ps(a, b); }
     MURMEX_LANES16 static F fmadd(F a, F b, F c) { return _mm512_fmadd_ps(a, b, c); }
     MURMEX_LANES16 static F fnmadd(F a, F b, F c) { return _mm512_fnmadd_ps(a, b, c); }
     // The zero-masking forms with a full mask are the plain instructions; GCC
@@ -46,6 +47,7 @@ struct Lanes8 {
     MURMEX_LANES8 static F add(F a, F b) { return _mm256_add_ps(a, b); }
     MURMEX_LANES8 static F sub(F a, F b) { return _mm256_sub_ps(a, b); }
     MURMEX_LANES8 static F mul(F a, F b) { return _mm256_mul_ps(a, b); }
+    MURMEX_LANES8 static F div(F a, F b) { return _mm256_div_ps(a, b); }
     MURMEX_LANES8 static F fmadd(F a, F b, F c) { return _mm256_fmadd_ps(a, b, c); }
     MURMEX_LANES8 static F fnmadd(F a, F b, F c) { return _mm256_fnmadd_ps(a, b, c); }
     MURMEX_LANES8 static F min(F a, F b) { return _mm256_min_ps(a, b); }
