@@ -12,7 +12,6 @@
 // Shared 2-core Intel Xeon (AVX-512) build machine under load, Release build.
 #include <immintrin.h>
 
-#include "base/simd_lanes.h"
 #include "base/simd_target.h"
 #include "color/pixel_rect_simd.h"
 #include "color/rgbx_simd.h"
@@ -22,7 +21,7 @@ namespace {
 MURMEX_TARGET_BEGIN("avx512f,avx512dq,avx512bw,avx512vl,fma")
 namespace avx512 {
 
-struct Lanes : simd_lanes::Lanes16 {
+struct Lanes : rgbx_simd::Lanes16 {
     // Four pixels' samples widened to 32-bit integers and converted exactly.
     // The zero-masking forms with a full mask are the plain instructions; GCC
     // 12 warns about the unmasked intrinsics' undefined pass-through operand.
@@ -37,8 +36,6 @@ struct Lanes : simd_lanes::Lanes16 {
     {
         rgbx_simd::split16(fourPixels(p), fourPixels(p + 4), fourPixels(p + 8), fourPixels(p + 12), r, g, b);
     }
-
-    static F plusHalf(F v) { return rgbx_simd::plusHalf16(v); }
 };
 
 #include "color/pixel_rect_simd_row.h"
@@ -49,7 +46,7 @@ MURMEX_TARGET_END
 MURMEX_TARGET_BEGIN("avx2,fma")
 namespace avx2 {
 
-struct Lanes : simd_lanes::Lanes8 {
+struct Lanes : rgbx_simd::Lanes8 {
     static F twoPixels(const JPixel* p)
     {
         return _mm256_cvtepi32_ps(_mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))));
@@ -60,10 +57,6 @@ struct Lanes : simd_lanes::Lanes8 {
     {
         rgbx_simd::split8(twoPixels(p), twoPixels(p + 2), twoPixels(p + 4), twoPixels(p + 6), r, g, b);
     }
-
-    static void store(float* p, F v) { rgbx_simd::storeInOrder8(p, v); }
-
-    static F plusHalf(F v) { return rgbx_simd::plusHalf8(v); }
 };
 
 #include "color/pixel_rect_simd_row.h"

@@ -1,9 +1,8 @@
 // The vector loop of JPixelRect::loadYCrCb, written once for any vector
-// width. L is a lane type of base/simd_lanes.h with three more operations:
+// width. L is a lane type of color/rgbx_simd.h with one more operation:
 //   L::loadPixels(px, r, g, b)  the samples of L::kWidth pixels as floats,
 //                               in the lane order that L::store puts back
 //                               into pixel order
-//   L::plusHalf(v)              v + 0.5 in double, rounded back to float
 // This file has no include guard on purpose: pixel_rect_simd.cpp includes it
 // once per instruction set, each time inside its own namespace and under a
 // MURMEX_TARGET_BEGIN (base/simd_target.h).

@@ -1,10 +1,13 @@
 // Vector helpers shared by the RGB -> YCrCb conversions: splitting RGBX
-// pixels (four floats each) into red, green and blue vectors, and the chroma
-// offset added in double. Each function carries its own instruction set, so
-// it inlines into vector code of that set or a wider one.
+// pixels (four floats each) into red, green and blue vectors, the chroma
+// offset added in double, and lane types for the conversions' row loops.
+// Each function carries its own instruction set, so it inlines into vector
+// code of that set or a wider one.
 #pragma once
 
 #include <immintrin.h>
+
+#include "base/simd_lanes.h"
 
 namespace rgbx_simd {
 
@@ -69,5 +72,16 @@ __attribute__((target("avx512f,avx512dq,avx512bw,avx512vl,fma"))) inline __m512 
     return _mm512_insertf32x8(_mm512_castps256_ps512(_mm512_maskz_cvtpd_ps(all, lo)), _mm512_maskz_cvtpd_ps(all, hi),
                               1);
 }
+
+// Lane types of the conversions: those of simd_lanes.h plus plusHalf, and
+// for eight lanes a store that puts split8's lane order back into pixel order.
+struct Lanes16 : simd_lanes::Lanes16 {
+    __attribute__((target("avx512f,avx512dq,avx512bw,avx512vl,fma"))) static F plusHalf(F v) { return plusHalf16(v); }
+};
+
+struct Lanes8 : simd_lanes::Lanes8 {
+    __attribute__((target("avx2,fma"))) static F plusHalf(F v) { return plusHalf8(v); }
+    __attribute__((target("avx2,fma"))) static void store(float* p, F v) { storeInOrder8(p, v); }
+};
 
 }  // namespace rgbx_simd

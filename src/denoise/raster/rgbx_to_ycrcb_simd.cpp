@@ -15,7 +15,6 @@
 #include <immintrin.h>
 
 #include "base/cpu_info.h"
-#include "base/simd_lanes.h"
 #include "base/simd_target.h"
 #include "color/rgbx_simd.h"
 #include "denoise/raster/rgbx_to_ycrcb.h"
@@ -25,14 +24,12 @@ namespace {
 MURMEX_TARGET_BEGIN("avx512f,avx512dq,avx512bw,avx512vl,fma")
 namespace avx512 {
 
-struct Lanes : simd_lanes::Lanes16 {
+struct Lanes : rgbx_simd::Lanes16 {
     static void loadRGB(const float* in, F& r, F& g, F& b)
     {
         rgbx_simd::split16(_mm512_loadu_ps(in), _mm512_loadu_ps(in + 16), _mm512_loadu_ps(in + 32),
                            _mm512_loadu_ps(in + 48), r, g, b);
     }
-
-    static F plusHalf(F v) { return rgbx_simd::plusHalf16(v); }
 };
 
 #include "denoise/raster/rgbx_to_ycrcb_simd_row.h"
@@ -43,18 +40,13 @@ MURMEX_TARGET_END
 MURMEX_TARGET_BEGIN("avx2,fma")
 namespace avx2 {
 
-struct Lanes : simd_lanes::Lanes8 {
-    // The lanes hold pixels 0 2 4 6 | 1 3 5 7 (loadRGB); store puts them back
-    // in order.
-    static void store(float* p, F v) { rgbx_simd::storeInOrder8(p, v); }
-
+struct Lanes : rgbx_simd::Lanes8 {
+    // The lanes hold pixels 0 2 4 6 | 1 3 5 7; store puts them back in order.
     static void loadRGB(const float* in, F& r, F& g, F& b)
     {
         rgbx_simd::split8(_mm256_loadu_ps(in), _mm256_loadu_ps(in + 8), _mm256_loadu_ps(in + 16),
                           _mm256_loadu_ps(in + 24), r, g, b);
     }
-
-    static F plusHalf(F v) { return rgbx_simd::plusHalf8(v); }
 };
 
 #include "denoise/raster/rgbx_to_ycrcb_simd_row.h"

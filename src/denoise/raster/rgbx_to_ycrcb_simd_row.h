@@ -1,13 +1,12 @@
 // The vector loop of JIncrRaster_RGBXToYCrCb, written once for any vector
-// width. L is a lane type of simd_lanes.h (fnmadd(a, b, c) is fmaf(-a, b, c))
-// with two more operations:
+// width. L is a lane type of color/rgbx_simd.h (its fnmadd(a, b, c) is
+// fmaf(-a, b, c), its plusHalf adds 0.5 in double) with one more operation:
 //   L::loadRGB(in, r, g, b)  the red, green and blue floats of L::kWidth
 //                            RGBX pixels at in, in the lane order that
 //                            L::store puts back into pixel order
-//   L::plusHalf(v)           v + 0.5 in double, rounded back to float
 // This file has no include guard on purpose: rgbx_to_ycrcb_simd.cpp includes
 // it once per instruction set, each time inside its own namespace and under a
-// MURMEX_TARGET_BEGIN (simd_target.h).
+// MURMEX_TARGET_BEGIN (base/simd_target.h).
 
 // Pixels 0 .. x-1 of the row; returns x, the rest is left to the caller.
 template <class L>

@@ -1,8 +1,8 @@
 // The vector loop of JIncrRaster_Sharpen, written once for any vector width.
-// L is a lane type of simd_lanes.h.
+// L is a lane type of base/simd_lanes.h.
 // This file has no include guard on purpose: sharpen_simd.cpp includes it
 // once per instruction set, each time inside its own namespace and under a
-// MURMEX_TARGET_BEGIN (simd_target.h).
+// MURMEX_TARGET_BEGIN (base/simd_target.h).
 
 // Pixels 0 .. x-1 of the row; returns x, the rest is left to the caller.
 // taps points at tap 0 of taps -r .. r.
