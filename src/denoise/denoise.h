@@ -11,8 +11,11 @@
 // reported after every batch.
 //
 // Threads: only the calling thread builds graphs, posts batches and reports
-// progress; workers only evaluate rows of the final node. The three tuning
-// values are process-wide and set by the entry points, hence atomics.
+// progress; workers only evaluate rows of the final node. While it waits for
+// a worker's reply the calling thread evaluates rows of that worker's batch
+// too (JDenoiseThread::waitForReply); batches, progress calls and rows stay
+// what they were. The three tuning values are process-wide and set by the
+// entry points, hence atomics.
 #pragma once
 
 #include <atomic>
