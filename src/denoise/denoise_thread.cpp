@@ -48,7 +48,7 @@ void JDenoiseThread::postRequest(JIncrRaster* raster, int first, int last)
     request_.give();
 }
 
-void JDenoiseThread::waitForReply()
+void JDenoiseThread::helpThenWaitForReply()
 {
     JIncrRaster* raster;
     {
@@ -57,6 +57,11 @@ void JDenoiseThread::waitForReply()
     }
     if (raster)
         pullUpperHalves(raster);
+    waitForReply();
+}
+
+void JDenoiseThread::waitForReply()
+{
     reply_.take();
     std::exception_ptr error;
     {

@@ -39,12 +39,14 @@ public:
     // Rows first..last of `raster` (an empty range when first > last). A null
     // raster asks the worker to stop.
     void postRequest(JIncrRaster* raster, int first, int last);
-    // Pulls rows of the last request that the worker has not reached (upper
-    // halves of what is left), then waits for the worker's reply. A row evaluation
-    // that threw, on the worker or here, is rethrown once the worker has
-    // replied, on the driver's thread, so that it reaches the entry point
-    // instead of leaving the driver waiting for ever.
+    // Waits (blocked) for the reply to the last request. A row evaluation
+    // that threw, on the worker or in helpThenWaitForReply, is rethrown here,
+    // on the driver's thread, once the worker has replied, so that it reaches
+    // the entry point instead of leaving the driver waiting for ever.
     void waitForReply();
+    // Pulls rows of the last request that the worker has not reached (upper
+    // halves of what is left), then waitForReply().
+    void helpThenWaitForReply();
 
     bool stopped() const { return stopped_.load(std::memory_order_acquire); }
     // Requests posted so far, the stop request included.

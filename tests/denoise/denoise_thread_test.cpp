@@ -175,7 +175,7 @@ TEST(DenoiseThreadThreadTest, WaitingThreadPullsTheRowsTheWorkerHasNotReached)
         node.refScanline(y);
     JDenoiseThread worker(false);
     worker.postRequest(&node, 0, h - 1);
-    worker.waitForReply();
+    worker.helpThenWaitForReply();
     for (int y = 1; y < h; ++y) {
         EXPECT_EQ(node.computedBy[y], std::this_thread::get_id()) << y;
         EXPECT_EQ(node.refCount(y), 0) << y;
@@ -193,10 +193,28 @@ TEST(DenoiseThreadThreadTest, EveryRowIsComputedOnceWhenWorkerAndWaiterShareARan
     JDenoiseThread worker(false);
     for (int first = 0; first < h; first += 50) {
         worker.postRequest(&node, first, first + 49);
-        worker.waitForReply();
+        worker.helpThenWaitForReply();
     }
     for (int y = 0; y < h; ++y) {
         EXPECT_EQ(node.computed[y].load(), 1) << y;
         EXPECT_EQ(node.refCount(y), 0) << y;
     }
+}
+
+TEST(DenoiseThreadThreadTest, RowFailureOnTheHelpingThreadIsRethrownAfterTheReply)
+{
+    // The waiting thread starts with the upper half, where row 7 fails.
+    RowNode node(4, 8, 7);
+    for (int y = 0; y < 8; ++y)
+        node.refScanline(y);
+    JDenoiseThread worker(false);
+    worker.postRequest(&node, 0, 7);
+    EXPECT_THROW(worker.helpThenWaitForReply(), std::runtime_error);
+    RowNode other(4, 4);
+    for (int y = 0; y < 4; ++y)
+        other.refScanline(y);
+    worker.postRequest(&other, 0, 3);
+    EXPECT_NO_THROW(worker.helpThenWaitForReply());
+    for (int y = 0; y < 4; ++y)
+        EXPECT_EQ(other.computed[y].load(), 1) << y;
 }
