@@ -6,8 +6,17 @@
 // CPU time is the whole work (a steadier figure on a shared machine, where
 // the wall time of the workers depends on what else runs). Both report the
 // engine's peak heap per run, beyond the host's two images.
+//
+// BM_DenoiseWorkers is the engine's figure for a host at default settings:
+// 12 and 24 megapixels, 0, 1 and 2 workers, widest vector path, no turbo.
+// Besides wall-time megapixels per second it reports the process's CPU
+// seconds per run (all threads), which shows time lost to waiting.
+#include <sys/resource.h>
+#include <time.h>
+
 #include <algorithm>
 #include <cstddef>
+#include <map>
 
 #include <benchmark/benchmark.h>
 
@@ -35,6 +44,16 @@ murmex_test::MemoryImage& noisyScene()
     return in;
 }
 
+// Default settings with every noise map constant per level, finer levels
+// noisier.
+void setConstantNoise(JNoiseFilterSettings& settings)
+{
+    for (int ch = 0; ch < 3; ++ch)
+        for (int l = 0; l < JNoiseFilterSettings::kLevels; ++l)
+            for (int i = 0; i < J3DMap::kCells; ++i)
+                settings.getNoiseMap(ch, l).setCellValue(i, 2e-4f / static_cast<float>(1 << l));
+}
+
 void runDenoise12MP(benchmark::State& state, int threads)
 {
     const bool vector = state.range(0) != 0;
@@ -43,10 +62,7 @@ void runDenoise12MP(benchmark::State& state, int threads)
     murmex_test::MemoryImage& in = noisyScene();
     murmex_test::MemoryImage out(w, h);
     JNoiseFilterSettings settings;
-    for (int ch = 0; ch < 3; ++ch)
-        for (int l = 0; l < JNoiseFilterSettings::kLevels; ++l)
-            for (int i = 0; i < J3DMap::kCells; ++i)
-                settings.getNoiseMap(ch, l).setCellValue(i, 2e-4f / static_cast<float>(1 << l));
+    setConstantNoise(settings);
 
     JCPUInfo::SIMDSupported = vector && JCPUInfo::detectedLevel() > JCPUInfo::Scalar;
     JCPUInfo::SIMDLevel = vector ? JCPUInfo::detectedLevel() : static_cast<int>(JCPUInfo::Scalar);
@@ -70,6 +86,74 @@ void runDenoise12MP(benchmark::State& state, int threads)
     JCPUInfo::reset();
     state.counters["Mpx/s"] = benchmark::Counter(static_cast<double>(w) * h * 1e-6 * state.iterations(),
                                                  benchmark::Counter::kIsRate);
+    state.counters["peak_MiB"] = static_cast<double>(peak) / (1024.0 * 1024.0);
+}
+
+long minorFaults()
+{
+    rusage u{};
+    getrusage(RUSAGE_SELF, &u);
+    return u.ru_minflt;
+}
+
+double processCpuSeconds()
+{
+    timespec t{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
+    return static_cast<double>(t.tv_sec) + 1e-9 * static_cast<double>(t.tv_nsec);
+}
+
+// The scene at 12 (4000 x 3000) or 24 (6000 x 4000) megapixels, built once.
+murmex_test::MemoryImage& noisySceneMP(int megapixels)
+{
+    static std::map<int, murmex_test::MemoryImage> scenes;
+    auto it = scenes.find(megapixels);
+    if (it == scenes.end()) {
+        const int w = megapixels == 24 ? 6000 : 4000;
+        const int h = megapixels == 24 ? 4000 : 3000;
+        murmex_test::MemoryImage img = murmex_test::makeScene(w, h);
+        murmex_test::addNoise(img, 1500.0, 7);
+        it = scenes.emplace(megapixels, std::move(img)).first;
+    }
+    return it->second;
+}
+
+void BM_DenoiseWorkers(benchmark::State& state)
+{
+    murmex_test::MemoryImage& in = noisySceneMP(static_cast<int>(state.range(0)));
+    const int threads = static_cast<int>(state.range(1));
+    const int w = in.width(), h = in.height();
+    murmex_test::MemoryImage out(w, h);
+    JNoiseFilterSettings settings;
+    setConstantNoise(settings);
+    JCPUInfo::reset();
+    std::size_t peak = 0;
+    double cpu = 0.0;
+    long faults = 0;
+    for (auto _ : state) {
+        const std::size_t before = murmex_bench::liveHeapBytes();
+        murmex_bench::resetHeapPeak();
+        const double cpuBefore = processCpuSeconds();
+        const long faultsBefore = minorFaults();
+        {
+            JDenoise d;
+            d.setFilterSettings(&settings);
+            d.setTurbo(false);
+            d.setNumThreads(threads);
+            JRect<int> rect(0, 0, w, h);
+            d.removeNoise(&in, &rect, &out, nullptr);
+        }
+        cpu += processCpuSeconds() - cpuBefore;
+        faults += minorFaults() - faultsBefore;
+        peak = std::max(peak, murmex_bench::heapPeakBytes() - before);
+        JDenoise::rows_per_thread_override.store(-1);
+    }
+    state.counters["Mpx/s"] = benchmark::Counter(static_cast<double>(w) * h * 1e-6 * state.iterations(),
+                                                 benchmark::Counter::kIsRate);
+    state.counters["cpu_s"] = cpu / static_cast<double>(state.iterations());
+    // Pages the process touched for the first time during the runs: the
+    // engine's fresh row buffers (the two images are faulted in before).
+    state.counters["page_faults"] = static_cast<double>(faults) / static_cast<double>(state.iterations());
     state.counters["peak_MiB"] = static_cast<double>(peak) / (1024.0 * 1024.0);
 }
 
@@ -104,4 +188,11 @@ BENCHMARK(BM_Denoise12MP_Serial)
     ->Args({0, 1})
     ->Args({1, 1})
     ->Unit(benchmark::kMillisecond)
+    ->Iterations(1);
+
+BENCHMARK(BM_DenoiseWorkers)
+    ->ArgNames({"MP", "workers"})
+    ->ArgsProduct({{12, 24}, {0, 1, 2}})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
     ->Iterations(1);

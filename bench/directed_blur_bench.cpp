@@ -11,6 +11,7 @@
 #include "base/cpu_info.h"
 #include "denoise/raster/directed_blur.h"
 #include "denoise/raster/incr_raster.h"
+#include "node_bench.h"
 
 namespace {
 
@@ -36,26 +37,13 @@ private:
 
 void runBlur(benchmark::State& state, bool vector, int level)
 {
-    if (vector && JCPUInfo::detectedLevel() < level) {
-        state.SkipWithError("vector level not available on this processor");
+    if (!murmex_bench::selectPath(state, vector, level))
         return;
-    }
-    JCPUInfo::SIMDSupported = vector;
-    JCPUInfo::SIMDLevel = vector ? level : static_cast<int>(JCPUInfo::Scalar);
     const int w = 1024, h = 64;
     const int spacing = static_cast<int>(state.range(0));
     BenchPlane input(w, h);
     JIncrRaster_DirectedBlur blur(input, spacing);
-    for (auto _ : state) {
-        for (int y = 0; y < h; ++y)
-            blur.refScanline(y);
-        for (int y = 0; y < h; ++y)
-            benchmark::DoNotOptimize(blur.getScanline(y));
-        for (int y = 0; y < h; ++y)
-            blur.unrefScanline(y);
-    }
-    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(w) * h);
-    JCPUInfo::reset();
+    murmex_bench::pullEveryRow(state, blur);
 }
 
 void BM_DirectedBlur_Scalar(benchmark::State& state) { runBlur(state, false, JCPUInfo::Scalar); }

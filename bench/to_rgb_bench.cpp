@@ -12,6 +12,7 @@
 #include "base/image_adapter.h"
 #include "denoise/raster/incr_raster.h"
 #include "denoise/raster/to_rgb.h"
+#include "node_bench.h"
 
 namespace {
 
@@ -49,12 +50,8 @@ private:
 
 void runToRGB(benchmark::State& state, bool vector, int level)
 {
-    if (vector && JCPUInfo::detectedLevel() < level) {
-        state.SkipWithError("vector level not available on this processor");
+    if (!murmex_bench::selectPath(state, vector, level))
         return;
-    }
-    JCPUInfo::SIMDSupported = vector;
-    JCPUInfo::SIMDLevel = vector ? level : static_cast<int>(JCPUInfo::Scalar);
     const int w = 4096, h = 64;
     SeededPlane y(w, h, 1, -0.1f, 1.1f), cr(w, h, 2, 0.0f, 1.0f), cb(w, h, 3, 0.0f, 1.0f);
     DiscardingImage out(w, h);
@@ -65,19 +62,10 @@ void runToRGB(benchmark::State& state, bool vector, int level)
             p->refScanline(r);
             p->getScanline(r);
         }
-    for (auto _ : state) {
-        for (int r = 0; r < h; ++r)
-            node.refScanline(r);
-        for (int r = 0; r < h; ++r)
-            node.getScanline(r);
-        for (int r = 0; r < h; ++r)
-            node.unrefScanline(r);
-    }
+    murmex_bench::pullEveryRow(state, node);
     for (int r = 0; r < h; ++r)
         for (JIncrRaster* p : {&y, &cr, &cb})
             p->unrefScanline(r);
-    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(w) * h);
-    JCPUInfo::reset();
 }
 
 void BM_ToRGB_Scalar(benchmark::State& state) { runToRGB(state, false, JCPUInfo::Scalar); }

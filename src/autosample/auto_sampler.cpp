@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <climits>
+#include <vector>
 
 #include "api/status.h"
+#include "autosample/block_roughness_simd.h"
+#include "base/cpu_info.h"
 #include "base/qtless/qobject.h"
 #include "color/color_palette.h"
 #include "color/lab_coord.h"
@@ -154,6 +157,19 @@ void JAutoSampler::computeBlockStats(const JPixelRect& tile)
     // stay inside the tile. The sum of 49 pixels is divided by 64, as intended.
     const float* plane = tile.plane(0);
     const long stride = tw;
+    if (JCPUInfo::useSIMD(JCPUInfo::AVX2)) {
+        std::vector<int> c0(static_cast<size_t>(gw_));
+        std::vector<float> sums(4 * static_cast<size_t>(gw_));
+        for (int bx = 0; bx < gw_; bx++)
+            c0[bx] = 8 * std::max(bx, 1);
+        for (int by = 0; by < gh_; by++) {
+            block_roughness_simd::windowSumsAVX2(plane, stride, 8 * std::max(by, 1), c0.data(), gw_, sums.data());
+            for (int bx = 0; bx < gw_; bx++)
+                for (int k = 0; k < 4; k++)
+                    blockDirs_.plane(k)[static_cast<long>(by) * gw_ + bx] = sums[4 * bx + k] * 0.015625f;
+        }
+        return;
+    }
     for (int by = 0; by < gh_; by++) {
         const int r0 = 8 * std::max(by, 1);
         for (int bx = 0; bx < gw_; bx++) {

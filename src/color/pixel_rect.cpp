@@ -3,8 +3,10 @@
 #include <cstdio>
 #include <vector>
 
+#include "base/cpu_info.h"
 #include "color/lab_coord.h"
 #include "color/pixel.h"
+#include "color/pixel_rect_simd.h"
 
 JPixelRect::JPixelRect(int channels) : width(0), height(0), planes(new float*[channels]), channels(channels)
 {
@@ -41,7 +43,12 @@ void JPixelRect::loadYCrCb(JImageAdapter* image, JRect<int>& r)
     for (int y = r.top; y < r.bottom; y++) {
         image->getScanline(y, r.left, r.right - 1, reinterpret_cast<unsigned short*>(row.data()));
         size_t base = static_cast<size_t>(y - r.top) * static_cast<size_t>(width);
-        for (int x = 0; x < width; x++)
+        int x = 0;
+        if (JCPUInfo::useSIMD(JCPUInfo::AVX512))
+            x = pixel_rect_simd::toYCrCbAVX512(row.data(), planes[0] + base, planes[1] + base, planes[2] + base, width);
+        else if (JCPUInfo::useSIMD(JCPUInfo::AVX2))
+            x = pixel_rect_simd::toYCrCbAVX2(row.data(), planes[0] + base, planes[1] + base, planes[2] + base, width);
+        for (; x < width; x++)
             row[x].toYCrCb(planes[0][base + x], planes[1][base + x], planes[2][base + x]);
     }
 }

@@ -22,7 +22,8 @@ public:
 
     // Reads rectangle r as Y, Cr, Cb into planes 0, 1, 2 and prints the
     // diagnostic line "w: .. h: .. l: .. r: .. t: .. b: .." on standard
-    // output. Needs three channels.
+    // output. Needs three channels. Runs 16 or 8 pixels at a time on a vector
+    // unit (pixel_rect_simd.cpp), with the same bits as JPixel::toYCrCb.
     void loadYCrCb(JImageAdapter* image, JRect<int>& r);
     // Reads rectangle r as L, a, b into planes 0, 1, 2. Needs three channels.
     void loadLab(JImageAdapter* image, JRect<int>& r);

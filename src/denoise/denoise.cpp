@@ -285,11 +285,18 @@ bool JDenoise::runStrip(JImageAdapter* in, JImageAdapter* out, int strip, int xS
                 current = last + 1;
             }
             // Every worker answers before the graph may go: an error on one
-            // is rethrown only once all have replied.
+            // is rethrown only once all have replied. Once the first worker
+            // has replied its core is free, and this thread takes its place:
+            // it helps each later worker with the rows that worker has not
+            // reached. So no more threads compute than there are workers
+            // (nor rows are held for more), and the batch's tail is shared.
             std::exception_ptr error;
-            for (auto& worker : threads_) {
+            for (size_t k = 0; k < threads_.size(); ++k) {
                 try {
-                    worker->waitForReply();
+                    if (k == 0)
+                        threads_[k]->waitForReply();
+                    else
+                        threads_[k]->helpThenWaitForReply();
                 } catch (...) {
                     if (!error)
                         error = std::current_exception();

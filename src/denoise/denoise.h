@@ -11,8 +11,12 @@
 // reported after every batch.
 //
 // Threads: only the calling thread builds graphs, posts batches and reports
-// progress; workers only evaluate rows of the final node. The three tuning
-// values are process-wide and set by the entry points, hence atomics.
+// progress; workers only evaluate rows of the final node. Once the first
+// worker of a batch has replied, the calling thread evaluates rows of the
+// later workers' requests while it waits for them
+// (JDenoiseThread::helpThenWaitForReply); batches, progress calls and rows
+// stay what they were. The three tuning values are process-wide and set by the
+// entry points, hence atomics.
 #pragma once
 
 #include <atomic>

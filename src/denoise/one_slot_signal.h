@@ -2,13 +2,12 @@
 // limit fixed at 1 and a count. A count equal to the limit means there is
 // nothing to take; give() opens the slot once and the next take() closes it.
 //
-// Waiting is a sched_yield() loop, not a blocking primitive: the worker
-// threads trade idle processor time for the lowest hand-over latency between
-// batches of rows. The count changes only under the mutex but is read without
-// it while spinning, hence an atomic; a stale read only costs one more yield.
+// Waiting blocks (a futex wait on the count through std::atomic::wait) rather
+// than spinning on sched_yield(): on a machine with as many cores as workers,
+// a spinning waiter takes processor time from the threads it waits for. The
+// count changes only under the mutex and is read without it while waiting,
+// hence an atomic; give() wakes the waiter after changing it.
 #pragma once
-
-#include <sched.h>
 
 #include <atomic>
 
@@ -18,8 +17,8 @@ class JOneSlotSignal {
 public:
     void take()
     {
-        while (count_.load(std::memory_order_acquire) == limit_)
-            sched_yield();
+        for (int c = count_.load(std::memory_order_acquire); c == limit_; c = count_.load(std::memory_order_acquire))
+            count_.wait(c, std::memory_order_acquire);
         JMutexLocker lock(mutex_);
         count_.fetch_add(1, std::memory_order_acq_rel);
     }
@@ -28,8 +27,11 @@ public:
     void give()
     {
         if (count_.load(std::memory_order_acquire) != 0) {
-            JMutexLocker lock(mutex_);
-            count_.fetch_sub(1, std::memory_order_acq_rel);
+            {
+                JMutexLocker lock(mutex_);
+                count_.fetch_sub(1, std::memory_order_acq_rel);
+            }
+            count_.notify_all();
         }
     }
 

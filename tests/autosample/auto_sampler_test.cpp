@@ -12,6 +12,7 @@
 #include "color/pixel.h"
 #include "color/pixel_rect.h"
 #include "support/memory_image.h"
+#include "support/simd_paths.h"
 #include "support/test_images.h"
 
 using murmex_test::MemoryImage;
@@ -293,7 +294,7 @@ TEST(AutoSamplerTest, PerfectlyFlatImagePassesUniformityWithFlooredVariances)
     EXPECT_EQ(slots[0], slotOf(lab));
 }
 
-TEST(AutoSamplerTest, BlockStatisticsMatchPlainLoops)
+TEST(AutoSamplerTest, BlockStatisticsMatchPlainLoopsOnEveryPath)
 {
     // Grey noise over a colour ramp, so that every statistic varies.
     MemoryImage img(256, 200);
@@ -303,68 +304,70 @@ TEST(AutoSamplerTest, BlockStatisticsMatchPlainLoops)
                          static_cast<uint16_t>(40000 - 50 * x));
     }
     murmex_test::addGreyNoise(img, 0.02, 7);
-    JAutoSampler s;
-    ASSERT_TRUE(s.sample(&img, false, nullptr));
+    murmex_test::forEachSIMDPath([&](const murmex_test::SIMDPath& path) {
+        SCOPED_TRACE(path.name());
+        JAutoSampler s;
+        ASSERT_TRUE(s.sample(&img, false, nullptr));
 
-    JPixelRect tile(3);
-    JRect<int> r(0, 0, 256, 200);
-    tile.loadYCrCb(&img, r);
-    const int gw = 256 / 8 - 1, gh = 200 / 8 - 1;
-    ASSERT_EQ(s.blockMeans().width, gw);
-    ASSERT_EQ(s.blockMeans().height, gh);
-    ASSERT_EQ(s.blockDirs().width, gw);
-    ASSERT_EQ(s.blockDirs().height, gh);
-    auto px = [&](int c, int row, int col) { return tile.plane(c)[row * 256 + col]; };
-    for (int c = 0; c < 3; c++) {
+        JPixelRect tile(3);
+        JRect<int> r(0, 0, 256, 200);
+        tile.loadYCrCb(&img, r);
+        const int gw = 256 / 8 - 1, gh = 200 / 8 - 1;
+        ASSERT_EQ(s.blockMeans().width, gw);
+        ASSERT_EQ(s.blockMeans().height, gh);
+        ASSERT_EQ(s.blockDirs().width, gw);
+        ASSERT_EQ(s.blockDirs().height, gh);
+        auto px = [&](int c, int row, int col) { return tile.plane(c)[row * 256 + col]; };
+        for (int c = 0; c < 3; c++) {
+            for (int by = 0; by < gh; by++) {
+                for (int bx = 0; bx < gw; bx++) {
+                    double sum = 0.0, sq = 0.0;
+                    for (int i = 0; i < 64; i++) {
+                        const double v = px(c, 8 * by + i / 8, 8 * bx + i % 8);
+                        sum += v;
+                        sq += v * v;
+                    }
+                    const double mean = sum / 64.0;
+                    double var = sq / 64.0 - mean * mean;
+                    if (!(var > 1e-6))
+                        var = 1e-6;
+                    ASSERT_EQ(s.blockMeans().plane(c)[by * gw + bx], static_cast<float>(mean));
+                    ASSERT_EQ(s.blockVars().plane(c)[by * gw + bx], static_cast<float>(var));
+                }
+            }
+        }
+        // Directional measures: (row, column) steps of horizontal, vertical,
+        // diagonal and anti-diagonal lines of five pixels.
+        const int step[4][2] = {{0, 1}, {1, 0}, {1, 1}, {1, -1}};
         for (int by = 0; by < gh; by++) {
             for (int bx = 0; bx < gw; bx++) {
-                double sum = 0.0, sq = 0.0;
-                for (int i = 0; i < 64; i++) {
-                    const double v = px(c, 8 * by + i / 8, 8 * bx + i % 8);
-                    sum += v;
-                    sq += v * v;
-                }
-                const double mean = sum / 64.0;
-                double var = sq / 64.0 - mean * mean;
-                if (!(var > 1e-6))
-                    var = 1e-6;
-                ASSERT_EQ(s.blockMeans().plane(c)[by * gw + bx], static_cast<float>(mean));
-                ASSERT_EQ(s.blockVars().plane(c)[by * gw + bx], static_cast<float>(var));
-            }
-        }
-    }
-    // Directional measures: (row, column) steps of horizontal, vertical,
-    // diagonal and anti-diagonal lines of five pixels.
-    const int step[4][2] = {{0, 1}, {1, 0}, {1, 1}, {1, -1}};
-    for (int by = 0; by < gh; by++) {
-        for (int bx = 0; bx < gw; bx++) {
-            const int r0 = 8 * (by < 1 ? 1 : by);
-            const int c0 = 8 * (bx < 1 ? 1 : bx);
-            for (int d = 0; d < 4; d++) {
-                float total = 0.0f;
-                for (int y = r0; y < r0 + 7; y++) {
-                    for (int x = c0; x < c0 + 7; x++) {
-                        float v[5];
-                        float sum = 0.0f;
-                        for (int k = 0; k < 5; k++) {
-                            v[k] = px(0, y + (k - 2) * step[d][0], x + (k - 2) * step[d][1]);
-                            sum += v[k];
+                const int r0 = 8 * (by < 1 ? 1 : by);
+                const int c0 = 8 * (bx < 1 ? 1 : bx);
+                for (int d = 0; d < 4; d++) {
+                    float total = 0.0f;
+                    for (int y = r0; y < r0 + 7; y++) {
+                        for (int x = c0; x < c0 + 7; x++) {
+                            float v[5];
+                            float sum = 0.0f;
+                            for (int k = 0; k < 5; k++) {
+                                v[k] = px(0, y + (k - 2) * step[d][0], x + (k - 2) * step[d][1]);
+                                sum += v[k];
+                            }
+                            const float m = sum * 0.2f;
+                            float dev = 0.0f;
+                            for (int k = 0; k < 5; k++) {
+                                const float e = v[k] - m;
+                                const float e2 = e * e;
+                                dev += e2;
+                            }
+                            total += dev * 0.2f;
                         }
-                        const float m = sum * 0.2f;
-                        float dev = 0.0f;
-                        for (int k = 0; k < 5; k++) {
-                            const float e = v[k] - m;
-                            const float e2 = e * e;
-                            dev += e2;
-                        }
-                        total += dev * 0.2f;
                     }
+                    ASSERT_EQ(s.blockDirs().plane(d)[by * gw + bx], total * 0.015625f)
+                        << "direction " << d << " block " << bx << "," << by;
                 }
-                ASSERT_EQ(s.blockDirs().plane(d)[by * gw + bx], total * 0.015625f)
-                    << "direction " << d << " block " << bx << "," << by;
             }
-        }
-    }
+        }    });
 }
 
 TEST(AutoSamplerTest, RelaxedNeverSizesBlockDirsAndFavoursTheNoisiestPatch)

@@ -1,6 +1,8 @@
 #include "color/pixel_rect.h"
 
 #include <cmath>
+#include <cstring>
+#include <random>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -8,6 +10,7 @@
 #include "color/lab_coord.h"
 #include "color/pixel.h"
 #include "support/memory_image.h"
+#include "support/simd_paths.h"
 
 using murmex_test::MemoryImage;
 
@@ -99,6 +102,39 @@ TEST(PixelRectTest, LoadYCrCbConvertsEachPixelAndPrintsDiagnosticLine)
             EXPECT_EQ(r.planes[1][y * 4 + x], cr);
             EXPECT_EQ(r.planes[2][y * 4 + x], cb);
         }
+    }
+}
+
+TEST(PixelRectTest, LoadYCrCbGivesToYCrCbBitsOnEveryPath)
+{
+    // Random 16-bit samples (extremes included), widths around the vector
+    // sizes, a rectangle that starts off the image's first column.
+    for (int w : {1, 7, 8, 9, 15, 16, 17, 31, 33, 203}) {
+        const int h = 3;
+        MemoryImage img(w + 5, h);
+        std::mt19937 rng(static_cast<unsigned>(w));
+        std::uniform_int_distribution<int> sample(0, 65535);
+        for (int y = 0; y < h; y++)
+            for (int x = 0; x < w + 5; x++)
+                img.setPixel(x, y, static_cast<uint16_t>(x % 11 == 0 ? 65535 : sample(rng)),
+                             static_cast<uint16_t>(x % 13 == 0 ? 0 : sample(rng)), static_cast<uint16_t>(sample(rng)),
+                             static_cast<uint16_t>(sample(rng)));
+        JRect<int> rect(3, 0, 3 + w, h);
+        murmex_test::forEachSIMDPath([&](const murmex_test::SIMDPath& path) {
+            JPixelRect r(3);
+            testing::internal::CaptureStdout();
+            r.loadYCrCb(&img, rect);
+            testing::internal::GetCapturedStdout();
+            for (int y = 0; y < h; y++)
+                for (int x = 0; x < w; x++) {
+                    JPixel p{img.at(x + 3, y, 0), img.at(x + 3, y, 1), img.at(x + 3, y, 2), img.at(x + 3, y, 3)};
+                    float want[3];
+                    p.toYCrCb(want[0], want[1], want[2]);
+                    for (int c = 0; c < 3; c++)
+                        ASSERT_EQ(std::memcmp(&r.planes[c][y * w + x], &want[c], sizeof(float)), 0)
+                            << path.name() << ", width " << w << ", pixel " << x << "," << y << ", plane " << c;
+                }
+        });
     }
 }
 

@@ -140,3 +140,81 @@ TEST(DenoiseThreadThreadTest, RowFailureIsRethrownOnTheWaitingThread)
     EXPECT_NO_THROW(worker.waitForReply());
     EXPECT_EQ(other.computed[3].load(), 1);
 }
+
+namespace {
+
+// Row 0 is held back until every other row is done, and each row records the
+// thread that computed it.
+class HeldFirstRowNode : public JIncrRaster {
+public:
+    explicit HeldFirstRowNode(int h) : JIncrRaster(2, h), computedBy(h), done(0) {}
+    void refInputs(int) override {}
+    void computeScanline(int row, float* out) override
+    {
+        if (row == 0)
+            while (done.load() < height() - 1)
+                std::this_thread::yield();
+        computedBy[row] = std::this_thread::get_id();
+        out[0] = out[1] = static_cast<float>(row);
+        if (row != 0)
+            ++done;
+    }
+    std::vector<std::thread::id> computedBy;
+    std::atomic<int> done;
+};
+
+}  // namespace
+
+TEST(DenoiseThreadThreadTest, WaitingThreadPullsTheRowsTheWorkerHasNotReached)
+{
+    // The worker starts with row 0 and cannot finish it before the other
+    // rows are done, so the waiting thread must have computed all of those.
+    const int h = 12;
+    HeldFirstRowNode node(h);
+    for (int y = 0; y < h; ++y)
+        node.refScanline(y);
+    JDenoiseThread worker(false);
+    worker.postRequest(&node, 0, h - 1);
+    worker.helpThenWaitForReply();
+    for (int y = 1; y < h; ++y) {
+        EXPECT_EQ(node.computedBy[y], std::this_thread::get_id()) << y;
+        EXPECT_EQ(node.refCount(y), 0) << y;
+        EXPECT_FALSE(node.rowPresent(y)) << y;
+    }
+    EXPECT_EQ(node.refCount(0), 0);
+}
+
+TEST(DenoiseThreadThreadTest, EveryRowIsComputedOnceWhenWorkerAndWaiterShareARange)
+{
+    const int h = 400;
+    RowNode node(16, h);
+    for (int y = 0; y < h; ++y)
+        node.refScanline(y);
+    JDenoiseThread worker(false);
+    for (int first = 0; first < h; first += 50) {
+        worker.postRequest(&node, first, first + 49);
+        worker.helpThenWaitForReply();
+    }
+    for (int y = 0; y < h; ++y) {
+        EXPECT_EQ(node.computed[y].load(), 1) << y;
+        EXPECT_EQ(node.refCount(y), 0) << y;
+    }
+}
+
+TEST(DenoiseThreadThreadTest, RowFailureOnTheHelpingThreadIsRethrownAfterTheReply)
+{
+    // The waiting thread starts with the upper half, where row 7 fails.
+    RowNode node(4, 8, 7);
+    for (int y = 0; y < 8; ++y)
+        node.refScanline(y);
+    JDenoiseThread worker(false);
+    worker.postRequest(&node, 0, 7);
+    EXPECT_THROW(worker.helpThenWaitForReply(), std::runtime_error);
+    RowNode other(4, 4);
+    for (int y = 0; y < 4; ++y)
+        other.refScanline(y);
+    worker.postRequest(&other, 0, 3);
+    EXPECT_NO_THROW(worker.helpThenWaitForReply());
+    for (int y = 0; y < 4; ++y)
+        EXPECT_EQ(other.computed[y].load(), 1) << y;
+}

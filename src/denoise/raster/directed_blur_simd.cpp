@@ -21,7 +21,7 @@
 
 #include "base/cpu_info.h"
 #include "denoise/raster/directed_blur.h"
-#include "denoise/raster/simd_target.h"
+#include "base/simd_target.h"
 
 namespace {
 

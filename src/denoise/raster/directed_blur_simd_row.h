@@ -6,7 +6,7 @@
 //   L::tailMask(count)  lanes 0 .. count-1
 // This file has no include guard on purpose: directed_blur_simd.cpp includes
 // it once per instruction set, each time inside its own namespace and under
-// MURMEX_TARGET_BEGIN (simd_target.h), so that both instances compile for their own unit (a
+// MURMEX_TARGET_BEGIN (base/simd_target.h), so that both instances compile for their own unit (a
 // function without the target attribute cannot inline the intrinsics).
 
 // One ring tap: w = 1 / max(T, d); num += w * v (rounded product); den += w.

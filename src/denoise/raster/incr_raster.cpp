@@ -6,7 +6,6 @@
 
 #include "base/ex.h"
 #include "base/qtless/qobject.h"
-#include "base/utils.h"
 
 using qtless::QObject;
 
@@ -87,6 +86,12 @@ void JIncrRaster::fillMargins(float* data, int m) const
     std::memset(data + static_cast<ptrdiff_t>(w + m) * c, 0, 16);
 }
 
+void JIncrRaster::clearBusy(Slot& s)
+{
+    s.busy.store(0, std::memory_order_release);
+    s.busy.notify_all();
+}
+
 float* JIncrRaster::getScanline(int row)
 {
     const int r = mirrorRow(row);
@@ -95,7 +100,7 @@ float* JIncrRaster::getScanline(int row)
     if (s.data) {
         while (s.busy.load(std::memory_order_acquire) == 1) {
             mutex_.unlock();
-            yield();
+            s.busy.wait(1, std::memory_order_acquire);
             mutex_.lock();
         }
         float* data = s.data;
@@ -130,11 +135,11 @@ float* JIncrRaster::getScanline(int row)
         pool_.push_back(s.buffer);
         s.buffer = nullptr;
         s.data = nullptr;
-        s.busy.store(0, std::memory_order_release);
+        clearBusy(s);
         throw;
     }
     fillMargins(data, m);
-    s.busy.store(0, std::memory_order_release);
+    clearBusy(s);
     return data;
 }
 
@@ -200,14 +205,14 @@ void JIncrRaster::releaseClaimedRows(int row, int stride, int n, bool filled)
         Slot& s = rows_[row + k * stride];
         if (filled) {
             fillMargins(s.data, s.bufferMargin);
-            s.busy.store(0, std::memory_order_release);
+            clearBusy(s);
         }
         JMutexLocker lock(mutex_);
         if (!filled) {
             pool_.push_back(s.buffer);
             s.buffer = nullptr;
             s.data = nullptr;
-            s.busy.store(0, std::memory_order_release);
+            clearBusy(s);
         }
         if (--s.count == 0 && s.buffer) {
             pool_.push_back(s.buffer);

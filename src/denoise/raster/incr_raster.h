@@ -19,10 +19,11 @@
 // (counts, buffers, data pointers) and the buffer pool. It is never held while
 // a row is computed, so a computation may pull rows of its inputs, which take
 // their own mutexes, without any lock-ordering concern. A row being computed
-// carries the busy flag; a second thread asking for it yields in a loop until
-// the first has filled the row and its margins, so a row is computed once.
-// The busy flag is cleared without the lock (a release store that waiting
-// readers observe with an acquire load), which also publishes the row's data.
+// carries the busy flag; a second thread asking for it blocks (a futex wait on
+// the flag, without the lock) until the first has filled the row and its
+// margins, so a row is computed once. The busy flag is cleared without the
+// lock (a release store that waiting readers observe with an acquire load,
+// then a wake-up), which also publishes the row's data.
 // The margin and the turbo flag are set while the graph is built and read
 // without the lock while rows are computed, hence atomics.
 #pragma once
@@ -120,6 +121,8 @@ private:
     };
 
     Slot& slot(int row);
+    // Ends the computing state of a slot and wakes its waiting readers.
+    static void clearBusy(Slot& s);
     size_t bufferBytes(int margin) const;
     float* dataPointer(char* buffer, int margin) const;
     void fillMargins(float* data, int margin) const;

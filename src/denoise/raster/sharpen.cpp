@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "base/cpu_info.h"
 #include "denoise/raster/box_blur.h"
 #include "denoise/raster/sobel.h"
 
@@ -35,11 +36,22 @@ void JIncrRaster_Sharpen::refInputs(int row)
 
 void JIncrRaster_Sharpen::computeScanline(int row, float* out)
 {
+    if (JCPUInfo::SIMDSupported.load(std::memory_order_relaxed)) {
+        computeScanline_SIMD(row, out);
+        return;
+    }
     const float* v = vblur_->getScanline(row);
     const float* o = input_.getScanline(row);
+    sharpenPixels(v, o, suppressHalos_.load(std::memory_order_relaxed) != 0, out, 0, width());
+    input_.unrefScanline(row);
+    vblur_->unrefScanline(row);
+}
+
+void JIncrRaster_Sharpen::sharpenPixels(const float* v, const float* o, bool limit, float* out, int from,
+                                        int n) const
+{
     const int r = 3 * k_;
-    const bool limit = suppressHalos_.load(std::memory_order_relaxed) != 0;
-    for (int x = 0; x < width(); ++x) {
+    for (int x = from; x < n; ++x) {
         float b = 0.0f;
         for (int i = -r; i < r; ++i)
             b = b + center_[i] * v[x + i];
@@ -53,6 +65,4 @@ void JIncrRaster_Sharpen::computeScanline(int row, float* out)
         }
         out[x] = s;
     }
-    input_.unrefScanline(row);
-    vblur_->unrefScanline(row);
 }

@@ -4,7 +4,7 @@
 // deliberately), plain products and sums from -3k upwards, not fused:
 //   b = sum_{i=-3k}^{3k-1} w_i * v[x+i];  s = fmaf(amount, o[x] - b, b)
 // With suppress-halos: d = min(o, 1 - o), then s = min(s, o + 0.5 d) and
-// s = max(s, o - 0.5 d).
+// s = max(s, o - 0.5 d). The vector path (sharpen_simd.cpp) gives the same bits.
 // It also owns an edge detector (Sobel radius 2, gain 40) and its box mean
 // (radius 2); the row never reads them. With find-edges set, refInputs still
 // references the box mean's row and that reference is never released, as it
@@ -26,6 +26,8 @@ public:
 
     void computeScanline(int row, float* out) override;
     void refInputs(int row) override;
+    // The same row, several pixels at a time (sharpen_simd.cpp).
+    virtual void computeScanline_SIMD(int row, float* out);
 
     void suppressHalos(bool on) { suppressHalos_.store(on ? 1 : 0, std::memory_order_relaxed); }
     void findEdges(bool on) { findEdges_.store(on ? 1 : 0, std::memory_order_relaxed); }
@@ -40,6 +42,9 @@ public:
     JIncrRaster_BoxBlur& blurredEdges() { return *edgeBlur_; }
 
 private:
+    // Pixels from..n-1 of a row from the vertical blur v and the input o.
+    void sharpenPixels(const float* v, const float* o, bool limit, float* out, int from, int n) const;
+
     // Flags set while the graph is built and read by the workers.
     std::atomic<int> suppressHalos_{0};
     std::atomic<int> findEdges_{0};

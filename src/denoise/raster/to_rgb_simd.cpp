@@ -14,8 +14,9 @@
 #include <immintrin.h>
 
 #include "base/cpu_info.h"
+#include "base/simd_lanes.h"
+#include "base/simd_target.h"
 #include "denoise/raster/to_rgb.h"
-#include "denoise/raster/simd_target.h"
 
 namespace {
 
@@ -24,16 +25,9 @@ namespace avx512 {
 
 // The zero-masking forms with a full mask are the plain instructions; GCC 12
 // warns about the unmasked intrinsics' undefined pass-through operand.
-struct Lanes {
-    using F = __m512;
+struct Lanes : simd_lanes::Lanes16 {
     using I = __m512i;
-    static constexpr int kWidth = 16;
 
-    static F load(const float* p) { return _mm512_loadu_ps(p); }
-    static F set1(float f) { return _mm512_set1_ps(f); }
-    static F add(F a, F b) { return _mm512_add_ps(a, b); }
-    static F sub(F a, F b) { return _mm512_sub_ps(a, b); }
-    static F mul(F a, F b) { return _mm512_mul_ps(a, b); }
     static I set1I(int i) { return _mm512_set1_epi32(i); }
     static I orI(I a, I b) { return _mm512_or_si512(a, b); }
     static I shiftLeft16(I a) { return _mm512_maskz_slli_epi32(0xFFFF, a, 16); }
@@ -76,16 +70,9 @@ MURMEX_TARGET_END
 MURMEX_TARGET_BEGIN("avx2,fma")
 namespace avx2 {
 
-struct Lanes {
-    using F = __m256;
+struct Lanes : simd_lanes::Lanes8 {
     using I = __m256i;
-    static constexpr int kWidth = 8;
 
-    static F load(const float* p) { return _mm256_loadu_ps(p); }
-    static F set1(float f) { return _mm256_set1_ps(f); }
-    static F add(F a, F b) { return _mm256_add_ps(a, b); }
-    static F sub(F a, F b) { return _mm256_sub_ps(a, b); }
-    static F mul(F a, F b) { return _mm256_mul_ps(a, b); }
     static I set1I(int i) { return _mm256_set1_epi32(i); }
     static I orI(I a, I b) { return _mm256_or_si256(a, b); }
     static I shiftLeft16(I a) { return _mm256_slli_epi32(a, 16); }

@@ -9,7 +9,7 @@
 //                               into L::kWidth JPixels at px
 // This file has no include guard on purpose: to_rgb_simd.cpp includes it once
 // per instruction set, each time inside its own namespace and under a
-// MURMEX_TARGET_BEGIN (simd_target.h), so that each instance compiles for its own unit (a
+// MURMEX_TARGET_BEGIN (base/simd_target.h), so that each instance compiles for its own unit (a
 // function without the target attribute cannot inline the intrinsics).
 
 // Pixels 0 .. x-1 of the row; returns x, the rest is left to the caller.

@@ -10,6 +10,7 @@
 #include "support/memory_image.h"
 #include "support/planes.h"
 #include "support/rgbx_node.h"
+#include "support/simd_paths.h"
 
 namespace {
 
@@ -85,21 +86,49 @@ TEST(RGBXToYCrCbTest, PrimariesGiveTheirCoefficients)
     EXPECT_EQ(cb[2], 1.0f);
 }
 
-TEST(RGBXToYCrCbTest, RowsFollowTheFusedOrderWithoutClamping)
+TEST(RGBXToYCrCbTest, RowsFollowTheFusedOrderWithoutClampingOnEveryPath)
 {
+    // 37 pixels: two 16-wide vectors, four 8-wide ones and a scalar tail.
     const int w = 37, h = 6;
     RGBXNode rgbx(w, h, murmex_test::mixedRGBX(w, h, 404));
-    const std::vector<float> y = pullChannel(rgbx, JImageLib::Y);
-    const std::vector<float> cr = pullChannel(rgbx, JImageLib::Cr);
-    const std::vector<float> cb = pullChannel(rgbx, JImageLib::Cb);
-    for (int j = 0; j < h; ++j)
-        for (int x = 0; x < w; ++x) {
-            const float R = rgbx.at(x, j, 0), G = rgbx.at(x, j, 1), B = rgbx.at(x, j, 2);
-            const size_t i = static_cast<size_t>(j) * w + x;
-            ASSERT_EQ(floatBits(y[i]), floatBits(literalY(R, G, B))) << x << "," << j;
-            ASSERT_EQ(floatBits(cr[i]), floatBits(literalCr(R, G, B))) << x << "," << j;
-            ASSERT_EQ(floatBits(cb[i]), floatBits(literalCb(R, G, B))) << x << "," << j;
+    murmex_test::forEachSIMDPath([&](const murmex_test::SIMDPath& path) {
+        SCOPED_TRACE(path.name());
+        const std::vector<float> y = pullChannel(rgbx, JImageLib::Y);
+        const std::vector<float> cr = pullChannel(rgbx, JImageLib::Cr);
+        const std::vector<float> cb = pullChannel(rgbx, JImageLib::Cb);
+        for (int j = 0; j < h; ++j)
+            for (int x = 0; x < w; ++x) {
+                const float R = rgbx.at(x, j, 0), G = rgbx.at(x, j, 1), B = rgbx.at(x, j, 2);
+                const size_t i = static_cast<size_t>(j) * w + x;
+                ASSERT_EQ(floatBits(y[i]), floatBits(literalY(R, G, B))) << x << "," << j;
+                ASSERT_EQ(floatBits(cr[i]), floatBits(literalCr(R, G, B))) << x << "," << j;
+                ASSERT_EQ(floatBits(cb[i]), floatBits(literalCb(R, G, B))) << x << "," << j;
+            }
+    });
+}
+
+TEST(RGBXToYCrCbTest, EveryVectorPathGivesTheScalarBitsOnRandomRows)
+{
+    // Widths around the vector sizes, and random values well outside 0..1,
+    // where the fused roundings differ most from separate ones.
+    for (int w : {1, 3, 7, 8, 9, 15, 16, 17, 24, 31, 32, 33, 100, 1037}) {
+        const int h = 3;
+        RGBXNode rgbx(w, h, murmex_test::randomPlane(4 * w, h, static_cast<uint32_t>(w), -3.0f, 4.0f));
+        for (JImageLib::YCrCbIndex c : {JImageLib::Y, JImageLib::Cr, JImageLib::Cb}) {
+            std::vector<float> scalar;
+            {
+                murmex_test::ScopedSIMDPath off({false, JCPUInfo::Scalar});
+                scalar = pullChannel(rgbx, c);
+            }
+            murmex_test::forEachSIMDPath([&](const murmex_test::SIMDPath& path) {
+                const std::vector<float> got = pullChannel(rgbx, c);
+                ASSERT_EQ(got.size(), scalar.size());
+                for (size_t i = 0; i < got.size(); ++i)
+                    ASSERT_EQ(floatBits(got[i]), floatBits(scalar[i]))
+                        << path.name() << ", width " << w << ", channel " << c << ", pixel " << i;
+            });
         }
+    }
 }
 
 TEST(RGBXToYCrCbTest, FusedOrderDiffersFromSeparateRoundings)

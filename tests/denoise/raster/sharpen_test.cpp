@@ -10,6 +10,7 @@
 #include "support/bits.h"
 #include "support/plane_node.h"
 #include "support/planes.h"
+#include "support/simd_paths.h"
 
 using murmex_test::PlaneNode;
 
@@ -84,19 +85,51 @@ TEST(SharpenTest, KernelWidthFollowsSigma)
     EXPECT_EQ(c.verticalBlur().margin(), 13);
 }
 
-TEST(SharpenTest, MatchesTheLiteralUnsharpMask)
+TEST(SharpenTest, MatchesTheLiteralUnsharpMaskOnEveryPath)
 {
+    // 27 columns: one 16-wide vector, one 8-wide one and a scalar tail.
     const int w = 27, h = 21;
     const std::vector<float> p = murmex_test::randomPlane(w, h, 52);
-    for (float sigma : {0.4f, 1.5f, 2.5f})
+    murmex_test::forEachSIMDPath([&](const murmex_test::SIMDPath& path) {
+        for (float sigma : {0.4f, 1.5f, 2.5f})
+            for (bool halos : {false, true}) {
+                PlaneNode in(w, h, p);
+                JIncrRaster_Sharpen node(in, sigma, 1.8f);
+                node.suppressHalos(halos);
+                const std::vector<float> got = murmex_test::pullPlane(node);
+                const std::vector<float> want = literalSharpen(p, w, h, sigma, node.k(), 1.8f, halos);
+                EXPECT_TRUE(murmex_test::sameBits(got.data(), want.data(), w * h))
+                    << path.name() << ", sigma " << sigma << " halos " << halos;
+            }
+    });
+}
+
+TEST(SharpenTest, EveryVectorPathGivesTheScalarBitsOnRandomRows)
+{
+    // Values around and beyond 0..1 so that both halo limits bind, widths
+    // around the vector sizes.
+    for (int w : {1, 5, 8, 15, 16, 17, 33, 250}) {
+        const int h = 9;
+        const std::vector<float> p = murmex_test::randomPlane(w, h, static_cast<uint32_t>(100 + w), -0.5f, 1.5f);
         for (bool halos : {false, true}) {
-            PlaneNode in(w, h, p);
-            JIncrRaster_Sharpen node(in, sigma, 1.8f);
-            node.suppressHalos(halos);
-            const std::vector<float> got = murmex_test::pullPlane(node);
-            const std::vector<float> want = literalSharpen(p, w, h, sigma, node.k(), 1.8f, halos);
-            EXPECT_TRUE(murmex_test::sameBits(got.data(), want.data(), w * h)) << "sigma " << sigma << " halos " << halos;
+            std::vector<float> scalar;
+            {
+                murmex_test::ScopedSIMDPath off({false, JCPUInfo::Scalar});
+                PlaneNode in(w, h, p);
+                JIncrRaster_Sharpen node(in, 1.7f, 2.6f);
+                node.suppressHalos(halos);
+                scalar = murmex_test::pullPlane(node);
+            }
+            murmex_test::forEachSIMDPath([&](const murmex_test::SIMDPath& path) {
+                PlaneNode in(w, h, p);
+                JIncrRaster_Sharpen node(in, 1.7f, 2.6f);
+                node.suppressHalos(halos);
+                const std::vector<float> got = murmex_test::pullPlane(node);
+                EXPECT_TRUE(murmex_test::sameBits(got.data(), scalar.data(), w * h))
+                    << path.name() << ", width " << w << ", halos " << halos;
+            });
         }
+    }
 }
 
 TEST(SharpenTest, AmountOneReturnsTheInput)
