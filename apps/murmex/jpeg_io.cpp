@@ -28,7 +28,8 @@ struct JpegErrors {
     jpeg_error_mgr mgr;
     std::jmp_buf jump;
     char message[JMSG_LENGTH_MAX] = "";
-    bool truncated = false;
+    // Set by a warning that the image data is cut off or damaged.
+    const char* damage = nullptr;
 };
 
 [[noreturn]] void jpegErrorExit(j_common_ptr cinfo)
@@ -38,14 +39,33 @@ struct JpegErrors {
     std::longjmp(errors->jump, 1);
 }
 
-// Warnings are silent, except that data ending early is remembered: libjpeg
-// then fills the rest with grey and carries on, but a cut-off file is an
-// error here.
+// What a warning says about the image data, or null for the warnings that
+// leave the pixels whole (an unknown JFIF revision, a bad ICC marker and the
+// like). libjpeg carries on after data that ends early or does not decode,
+// filling the rest with grey; for a photo tool that is a damaged input.
+const char* damageOf(int code)
+{
+    switch (code) {
+    case JWRN_JPEG_EOF:
+    case JWRN_HIT_MARKER:
+        return "truncated file";
+    case JWRN_HUFF_BAD_CODE:
+    case JWRN_MUST_RESYNC:
+    case JWRN_BOGUS_PROGRESSION:
+    case JWRN_NOT_SEQUENTIAL:
+        return "damaged file (the image data does not decode)";
+    default:
+        return nullptr;
+    }
+}
+
+// Warnings are silent, except that the first one about damaged image data
+// is remembered, to fail the read once libjpeg is done.
 void jpegEmitMessage(j_common_ptr cinfo, int level)
 {
     auto* errors = reinterpret_cast<JpegErrors*>(cinfo->err);
-    if (level < 0 && cinfo->err->msg_code == JWRN_JPEG_EOF)
-        errors->truncated = true;
+    if (level < 0 && !errors->damage)
+        errors->damage = damageOf(cinfo->err->msg_code);
 }
 
 void initErrors(JpegErrors& errors)
@@ -183,8 +203,10 @@ Image readJpeg(const std::string& path)
     std::vector<JSAMPLE> row(static_cast<size_t>(r.cinfo.output_width) * channels);
     if (!jpegReadRows(r, row, image, channels))
         readFailed(path, r.errors.message);
-    if (r.errors.truncated || r.cinfo.output_scanline < r.cinfo.output_height)
-        readFailed(path, "the file is truncated");
+    if (r.errors.damage)
+        readFailed(path, r.errors.damage);
+    if (r.cinfo.output_scanline < r.cinfo.output_height)
+        readFailed(path, "truncated file");
     return image;
 }
 

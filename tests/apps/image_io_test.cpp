@@ -587,3 +587,19 @@ TEST(ImageIoTest, ImageWhoseBuffersDoNotMatchItsSizeIsRefused)
     Image empty;
     EXPECT_THROW(writeImage(dir.file("empty.png"), empty, ImageFormat::Png), AppError);
 }
+
+TEST(ImageIoTest, JpegWhoseDataStopsAtAnEarlyEndMarkerIsRefusedAsTruncated)
+{
+    // Most of the entropy-coded data cut away, the end-of-image marker kept:
+    // libjpeg only warns and fills the missing rows with grey.
+    TempDir dir;
+    const Image im = randomImage(64, 64, 3, 5);
+    writeImage(dir.file("whole.jpg"), im, ImageFormat::Jpeg);
+    const std::string whole = fileBytes(dir.file("whole.jpg"));
+    const size_t scan = whole.find("\xff\xda", 0, 2);
+    ASSERT_NE(scan, std::string::npos);
+    const std::string cut = whole.substr(0, scan + 200) + "\xff\xd9";
+    writeBytes(dir.file("cut.jpg"), cut);
+    EXPECT_EQ(appErrorOf([&] { readImage(dir.file("cut.jpg")); }),
+              "cannot read " + dir.file("cut.jpg") + ": truncated file");
+}
