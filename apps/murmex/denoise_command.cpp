@@ -39,6 +39,7 @@ struct DenoiseOptions {
     bool background = false;
     std::optional<int> stripWidth, rowsPerThread, levels;
     int jpegQuality = 92;
+    ReadLimits limits;
     OutputOptions output_;
 };
 
@@ -134,7 +135,7 @@ void denoiseOne(const DenoiseOptions& o, const Job& job)
 {
     const auto start = std::chrono::steady_clock::now();
     Progress progress(Progress::modeFor(o.output_.quiet), displayName(job.input));
-    Image image = readImage(job.input);
+    Image image = readImage(job.input, o.limits);
 
     DnFilterParams params{};
     std::vector<uint8_t> measured;
@@ -267,6 +268,7 @@ CommandRunner addDenoiseCommand(CLI::App& app)
     sub->add_option("--jpeg-quality", o->jpegQuality, "quality of JPEG outputs, 1 to 100")
         ->capture_default_str()
         ->check(CLI::Range(1, 100));
+    addReadLimits(*sub, o->limits);
     o->output_.addTo(*sub);
     return [o] { runDenoise(*o); };
 }

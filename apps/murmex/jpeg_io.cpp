@@ -89,9 +89,9 @@ struct JpegRead {
     }
 };
 
-// Creates the decoder, reads the header and the ICC profile, and starts
-// decompression to 8-bit grey or RGB; false after a libjpeg error.
-bool jpegStart(JpegRead& r, std::vector<uint8_t>& icc, bool& cmyk)
+// Creates the decoder and reads the header and the ICC profile; false after
+// a libjpeg error.
+bool jpegReadHeader(JpegRead& r, std::vector<uint8_t>& icc)
 {
     if (setjmp(r.errors.jump))
         return false;
@@ -106,13 +106,28 @@ bool jpegStart(JpegRead& r, std::vector<uint8_t>& icc, bool& cmyk)
         icc.assign(profile, profile + profileLength);
         std::free(profile);
     }
-    if (r.cinfo.jpeg_color_space == JCS_CMYK || r.cinfo.jpeg_color_space == JCS_YCCK) {
-        cmyk = true;
-        return true;
-    }
+    return true;
+}
+
+// Starts decompression to 8-bit grey or RGB; false after a libjpeg error.
+bool jpegStart(JpegRead& r)
+{
+    if (setjmp(r.errors.jump))
+        return false;
     r.cinfo.out_color_space = r.cinfo.num_components == 1 ? JCS_GRAYSCALE : JCS_RGB;
     jpeg_start_decompress(&r.cinfo);
     return true;
+}
+
+// The least a Huffman-coded file holds: every 8 x 8 block of every
+// component codes at least its DC difference, one bit or more. (Arithmetic
+// coding has no such floor.)
+double minimumHuffmanBytes(const jpeg_decompress_struct& cinfo)
+{
+    double blocks = 0;
+    for (int c = 0; c < cinfo.num_components; ++c)
+        blocks += static_cast<double>(cinfo.comp_info[c].width_in_blocks) * cinfo.comp_info[c].height_in_blocks;
+    return blocks / 8;
 }
 
 bool jpegReadRows(JpegRead& r, std::vector<JSAMPLE>& row, Image& image, int channels)
@@ -122,8 +137,8 @@ bool jpegReadRows(JpegRead& r, std::vector<JSAMPLE>& row, Image& image, int chan
     while (r.cinfo.output_scanline < r.cinfo.output_height) {
         JSAMPROW rows[1] = {row.data()};
         const int y = static_cast<int>(r.cinfo.output_scanline);
-        if (jpeg_read_scanlines(&r.cinfo, rows, 1) != 1)
-            break;
+        if (jpeg_read_scanlines(&r.cinfo, rows, 1) != 1 || r.errors.damage)
+            return true;
         storeRow8(image, y, row.data(), channels);
     }
     jpeg_finish_decompress(&r.cinfo);
@@ -182,7 +197,7 @@ bool jpegCompress(JpegWrite& w, const Image& image, int quality, std::vector<JSA
 
 }  // namespace
 
-Image readJpeg(const std::string& path)
+Image readJpeg(const std::string& path, const ReadLimits& limits)
 {
     JpegRead r;
     r.file = std::fopen(path.c_str(), "rb");
@@ -191,15 +206,22 @@ Image readJpeg(const std::string& path)
     r.cinfo.err = &r.errors.mgr;
     initErrors(r.errors);
     Image image;
-    bool cmyk = false;
-    if (!jpegStart(r, image.icc, cmyk))
+    if (!jpegReadHeader(r, image.icc))
         readFailed(path, r.errors.message);
-    if (cmyk)
+    if (r.cinfo.jpeg_color_space == JCS_CMYK || r.cinfo.jpeg_color_space == JCS_YCCK)
         readFailed(path, "CMYK JPEG files are not supported");
+    // Before decompression starts: for progressive files it allocates the
+    // coefficients of the whole image.
+    checkClaimedSize(path, r.cinfo.image_width, r.cinfo.image_height, limits);
+    if (!r.cinfo.arith_code)
+        checkFileCanHold(path, minimumHuffmanBytes(r.cinfo), 1);
+    if (!jpegStart(r))
+        readFailed(path, r.errors.message);
     const int channels = static_cast<int>(r.cinfo.output_components);
     if (channels != 1 && channels != 3)
         readFailed(path, "unsupported JPEG layout");
-    allocate(image, path, static_cast<int>(r.cinfo.output_width), static_cast<int>(r.cinfo.output_height), channels, 8);
+    allocate(image, path, static_cast<int>(r.cinfo.output_width), static_cast<int>(r.cinfo.output_height), channels, 8,
+             limits);
     std::vector<JSAMPLE> row(static_cast<size_t>(r.cinfo.output_width) * channels);
     if (!jpegReadRows(r, row, image, channels))
         readFailed(path, r.errors.message);

@@ -50,6 +50,8 @@ struct PngHeader {
     png_uint_32 width = 0, height = 0;
     int channels = 0, bitDepth = 0, sourceChannels = 0;
     size_t rowBytes = 0;
+    size_t fileRowBytes = 0;  // a row as the file stores it, before expansion
+    bool interlaced = false;
 };
 
 // Reads the header and sets up the transformations to 8- or 16-bit samples
@@ -67,6 +69,8 @@ bool pngReadHeader(PngState& s, PngHeader& h, std::vector<uint8_t>& icc)
     if (png_get_iCCP(s.png, s.info, &name, &compression, &profile, &profileLength) && profile && profileLength > 0)
         icc.assign(profile, profile + profileLength);
     const int colourType = png_get_color_type(s.png, s.info);
+    h.fileRowBytes = png_get_rowbytes(s.png, s.info);
+    h.interlaced = png_get_interlace_type(s.png, s.info) != PNG_INTERLACE_NONE;
     const bool transparency = png_get_valid(s.png, s.info, PNG_INFO_tRNS) != 0;
     // Palette entries become RGB, grey below 8 bits becomes 8 bits, a
     // transparency chunk becomes an alpha channel.
@@ -91,6 +95,21 @@ bool pngReadRows(PngState& s, std::vector<png_bytep>& rows)
     if (setjmp(png_jmpbuf(s.png)))
         return false;
     png_read_image(s.png, rows.data());
+    return true;
+}
+
+bool pngReadRow(PngState& s, png_bytep row)
+{
+    if (setjmp(png_jmpbuf(s.png)))
+        return false;
+    png_read_row(s.png, row, nullptr);
+    return true;
+}
+
+bool pngReadEnd(PngState& s)
+{
+    if (setjmp(png_jmpbuf(s.png)))
+        return false;
     png_read_end(s.png, nullptr);
     return true;
 }
@@ -153,9 +172,20 @@ bool pngWriteEnd(PngState& s)
     return true;
 }
 
+// Stores one decoded row, 8- or 16-bit samples in host order.
+void storePngRow(Image& image, const PngHeader& h, png_uint_32 y, png_const_bytep row, std::vector<uint16_t>& wide)
+{
+    if (h.bitDepth == 16) {
+        std::memcpy(wide.data(), row, h.rowBytes);
+        storeRow(image, static_cast<int>(y), wide.data(), h.channels);
+    } else {
+        storeRow8(image, static_cast<int>(y), row, h.channels);
+    }
+}
+
 }  // namespace
 
-Image readPng(const std::string& path)
+Image readPng(const std::string& path, const ReadLimits& limits)
 {
     PngState s;
     PngReadCleanup cleanup{s};
@@ -173,28 +203,36 @@ Image readPng(const std::string& path)
     PngHeader h;
     if (!pngReadHeader(s, h, image.icc))
         readFailed(path, s.message);
-    if (h.width > 0x7fffffffu || h.height > 0x7fffffffu)
-        readFailed(path, "the image is too large");
-    allocate(image, path, static_cast<int>(h.width), static_cast<int>(h.height), h.sourceChannels, h.bitDepth);
+    checkClaimedSize(path, h.width, h.height, limits);
+    // Deflate packs at most 1032 bytes into one; each row adds a filter byte.
+    checkFileCanHold(path, static_cast<double>(h.fileRowBytes + 1) * h.height, 1100);
+    allocate(image, path, static_cast<int>(h.width), static_cast<int>(h.height), h.sourceChannels, h.bitDepth, limits);
     const int expected = h.sourceChannels;
     if (h.channels != expected || (h.bitDepth != 8 && h.bitDepth != 16) ||
         h.rowBytes != static_cast<size_t>(h.width) * h.channels * (h.bitDepth / 8))
         readFailed(path, "unsupported PNG layout");
-    std::vector<uint8_t> pixels(h.rowBytes * h.height);
-    std::vector<png_bytep> rows(h.height);
-    for (png_uint_32 y = 0; y < h.height; ++y)
-        rows[y] = pixels.data() + y * h.rowBytes;
-    if (!pngReadRows(s, rows))
-        readFailed(path, s.message);
-    for (png_uint_32 y = 0; y < h.height; ++y) {
-        if (h.bitDepth == 16) {
-            std::vector<uint16_t> row(static_cast<size_t>(h.width) * h.channels);
-            std::memcpy(row.data(), rows[y], h.rowBytes);
-            storeRow(image, static_cast<int>(y), row.data(), h.channels);
-        } else {
-            storeRow8(image, static_cast<int>(y), rows[y], h.channels);
+    std::vector<uint16_t> wide(h.bitDepth == 16 ? static_cast<size_t>(h.width) * h.channels : 0);
+    if (h.interlaced) {
+        // The passes of an interlaced file each touch every row: the whole
+        // image is decoded at once.
+        std::vector<uint8_t> pixels(h.rowBytes * h.height);
+        std::vector<png_bytep> rows(h.height);
+        for (png_uint_32 y = 0; y < h.height; ++y)
+            rows[y] = pixels.data() + y * h.rowBytes;
+        if (!pngReadRows(s, rows))
+            readFailed(path, s.message);
+        for (png_uint_32 y = 0; y < h.height; ++y)
+            storePngRow(image, h, y, rows[y], wide);
+    } else {
+        std::vector<uint8_t> row(h.rowBytes);
+        for (png_uint_32 y = 0; y < h.height; ++y) {
+            if (!pngReadRow(s, row.data()))
+                readFailed(path, s.message);
+            storePngRow(image, h, y, row.data(), wide);
         }
     }
+    if (!pngReadEnd(s))
+        readFailed(path, s.message);
     return image;
 }
 

@@ -22,7 +22,7 @@ struct ProcessedImageFree {
 
 }  // namespace
 
-Image readCameraRaw(const std::string& path)
+Image readCameraRaw(const std::string& path, const ReadLimits& limits)
 {
     std::unique_ptr<LibRaw> raw;
     try {
@@ -47,6 +47,7 @@ Image readCameraRaw(const std::string& path)
         readFailed(path, std::strerror(errno));
     if (rc != LIBRAW_SUCCESS)
         readFailed(path, libraw_strerror(rc));
+    checkClaimedSize(path, raw->imgdata.sizes.width, raw->imgdata.sizes.height, limits);
     if ((rc = raw->unpack()) != LIBRAW_SUCCESS)
         readFailed(path, libraw_strerror(rc));
     if ((rc = raw->dcraw_process()) != LIBRAW_SUCCESS)
@@ -59,7 +60,7 @@ Image readCameraRaw(const std::string& path)
 
     Image image;
     const int channels = out->colors;
-    allocate(image, path, out->width, out->height, channels == 1 ? 1 : 3, 16);
+    allocate(image, path, out->width, out->height, channels == 1 ? 1 : 3, 16, limits);
     // The decoder's samples are 16-bit in host order, rows packed.
     const auto* samples = reinterpret_cast<const uint16_t*>(out->data);
     const size_t rowSamples = static_cast<size_t>(out->width) * channels;

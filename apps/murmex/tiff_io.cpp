@@ -5,6 +5,7 @@
 
 #include <tiffio.h>
 
+#include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -57,7 +58,9 @@ void readSamples(TIFF* tif, const std::string& path, uint32_t width, uint32_t he
                  bool separate, std::vector<uint16_t>& out)
 {
     const size_t w = width, h = height;
-    out.assign(w * h * spp, 0);
+    out.clear();
+    // The buffer grows with the rows of the first plane that decode.
+    auto reach = [&](size_t rows) { growTo(out, w * spp, std::min(rows, h), h); };
     const int planes = separate ? spp : 1;
     const int perPixel = separate ? 1 : spp;
     auto put = [&](const unsigned char* src, size_t x0, size_t y, size_t count, int plane) {
@@ -87,6 +90,7 @@ void readSamples(TIFF* tif, const std::string& path, uint32_t width, uint32_t he
         for (int plane = 0; plane < planes; ++plane)
             for (uint32_t ty = 0; ty < height; ty += th)
                 for (uint32_t tx = 0; tx < width; tx += tw) {
+                    reach(static_cast<size_t>(ty) + th);
                     if (TIFFReadTile(tif, tile.data(), tx, ty, 0, static_cast<uint16_t>(plane)) < 0)
                         readFailed(path, lastTiffError("cannot read a tile"));
                     const size_t cols = std::min<size_t>(tw, width - tx);
@@ -103,14 +107,30 @@ void readSamples(TIFF* tif, const std::string& path, uint32_t width, uint32_t he
             for (uint32_t y = 0; y < height; ++y) {
                 if (TIFFReadScanline(tif, line.data(), y, static_cast<uint16_t>(plane)) < 0)
                     readFailed(path, lastTiffError("cannot read a row"));
+                reach(static_cast<size_t>(y) + 1);
                 put(line.data(), 0, y, w, plane);
             }
     }
 }
 
+// The most that a compression scheme packs into one byte of file, for the
+// schemes with a known bound (deflate 1032 to one, LZW's 12-bit codes for
+// strings of up to 4096 bytes, PackBits' 128 bytes from two); 0 when unknown.
+double maxCompressionRatio(uint16_t compression)
+{
+    switch (compression) {
+    case COMPRESSION_NONE: return 1;
+    case COMPRESSION_PACKBITS: return 64;
+    case COMPRESSION_LZW: return 2800;
+    case COMPRESSION_DEFLATE:
+    case COMPRESSION_ADOBE_DEFLATE: return 1100;
+    default: return 0;
+    }
+}
+
 }  // namespace
 
-Image readTiff(const std::string& path)
+Image readTiff(const std::string& path, const ReadLimits& limits)
 {
     installTiffHandlers();
     tiffError.clear();
@@ -127,6 +147,11 @@ Image readTiff(const std::string& path)
     TIFFGetFieldDefaulted(tif.get(), TIFFTAG_PLANARCONFIG, &planar);
     TIFFGetFieldDefaulted(tif.get(), TIFFTAG_SAMPLEFORMAT, &sampleFormat);
     const bool hasPhotometric = TIFFGetField(tif.get(), TIFFTAG_PHOTOMETRIC, &photometric) != 0;
+    uint16_t compression = COMPRESSION_NONE;
+    TIFFGetFieldDefaulted(tif.get(), TIFFTAG_COMPRESSION, &compression);
+    checkClaimedSize(path, width, height, limits);
+    checkFileCanHold(path, std::ceil(static_cast<double>(width) * bps * spp / 8) * height,
+                     maxCompressionRatio(compression));
 
     Image image;
     uint32_t iccSize = 0;
@@ -158,7 +183,7 @@ Image readTiff(const std::string& path)
         if (!TIFFRGBAImageOK(tif.get(), why))
             readFailed(path, std::string("unsupported TIFF layout: ") + why);
         const int channels = firstExtraIsAlpha ? 4 : 3;
-        allocate(image, path, static_cast<int>(width), static_cast<int>(height), channels, 8);
+        allocate(image, path, static_cast<int>(width), static_cast<int>(height), channels, 8, limits);
         std::vector<uint32_t> raster;
         try {
             raster.resize(static_cast<size_t>(width) * height);
@@ -184,7 +209,7 @@ Image readTiff(const std::string& path)
 
     const int colour = grey ? 1 : 3;
     const int channels = colour + (spp > colour && firstExtraIsAlpha ? 1 : 0);
-    allocate(image, path, static_cast<int>(width), static_cast<int>(height), channels, bps);
+    allocate(image, path, static_cast<int>(width), static_cast<int>(height), channels, bps, limits);
     std::vector<uint16_t> samples;
     try {
         readSamples(tif.get(), path, width, height, spp, bps, planar == PLANARCONFIG_SEPARATE && spp > 1, samples);
