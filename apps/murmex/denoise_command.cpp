@@ -163,10 +163,12 @@ void denoiseOne(const DenoiseOptions& o, const Job& job)
         }
     }
 
+    std::optional<ProfileCopy> profileCopy;
     if (!profilePath.empty()) {
         LoadedProfile loaded = loadProfile(profilePath);
         params = loaded.settings;
-        params.profilePath = profilePath.c_str();
+        profileCopy.emplace(profilePath);
+        params.profilePath = profileCopy->path().c_str();
     } else {
         setDefaultSettings(params);
         measured = measureProfile(image, false, progress, job.input);
@@ -184,14 +186,21 @@ void denoiseOne(const DenoiseOptions& o, const Job& job)
         saveProfile(o.saveProfile, withProfileHeader(measured, header), params);
     }
 
-    std::vector<uint16_t> result = removeNoise(image, params, measured, progress, job.input);
+    std::vector<uint16_t> result;
+    try {
+        result = removeNoise(image, params, measured, progress, job.input);
+    } catch (const AppError& e) {
+        throw AppError(profileCopy ? profileCopy->forUser(e.what()) : std::string(e.what()));
+    }
     throwIfInterrupted();
 
     image.rgbx = std::move(result);
     {
         TempOutput out(job.output);
-        writeImage(out.path(), image, job.format, o.jpegQuality);
-        copyMetadata(job.input, out.path());
+        out.write([&](const std::string& path) {
+            writeImage(path, image, job.format, o.jpegQuality);
+            copyMetadata(job.input, path);
+        });
         throwIfInterrupted();
         out.commit();
     }

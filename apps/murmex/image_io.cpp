@@ -12,6 +12,7 @@
 #include <new>
 
 #include "app_error.h"
+#include "file_errors.h"
 #include "image_formats.h"
 
 namespace murmex_app {
@@ -154,6 +155,10 @@ void readFailed(const std::string& path, const std::string& reason)
 
 void writeFailed(const std::string& path, const std::string& reason)
 {
+    // The libraries word a full disk in their own ways ("IO error writing
+    // tag data"); the free space says what happened.
+    if (deviceFull(path))
+        throw AppError("cannot write " + path + ": " + errnoText(ENOSPC));
     throw AppError(oneLine("cannot write " + path + ": " + reason));
 }
 
@@ -167,10 +172,15 @@ SourceKind detectSource(const std::string& path)
 {
     FILE* f = std::fopen(path.c_str(), "rb");
     if (!f)
-        readFailed(path, std::strerror(errno));
+        readFailed(path, errnoText(errno));
     unsigned char head[16] = {};
     const size_t n = std::fread(head, 1, sizeof head, f);
+    const int readError = std::ferror(f) ? errno : 0;
     std::fclose(f);
+    if (readError)
+        readFailed(path, errnoText(readError));
+    if (n == 0)
+        readFailed(path, "empty file");
     static const unsigned char png[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
     if (n >= 8 && std::memcmp(head, png, 8) == 0)
         return SourceKind::Png;

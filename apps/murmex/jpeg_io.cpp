@@ -18,6 +18,7 @@
 #include <jerror.h>
 
 #include "app_error.h"
+#include "file_errors.h"
 #include "image_formats.h"
 
 namespace murmex_app::detail {
@@ -202,7 +203,7 @@ Image readJpeg(const std::string& path, const ReadLimits& limits)
     JpegRead r;
     r.file = std::fopen(path.c_str(), "rb");
     if (!r.file)
-        readFailed(path, std::strerror(errno));
+        readFailed(path, errnoText(errno));
     r.cinfo.err = &r.errors.mgr;
     initErrors(r.errors);
     Image image;
@@ -239,7 +240,7 @@ void writeJpeg(const std::string& path, const Image& image, int quality)
         JpegWrite w;
         w.file = std::fopen(path.c_str(), "wb");
         if (!w.file)
-            writeFailed(path, std::strerror(errno));
+            writeFailed(path, errnoText(errno));
         guard.arm();
         w.cinfo.err = &w.errors.mgr;
         initErrors(w.errors);
@@ -250,7 +251,7 @@ void writeJpeg(const std::string& path, const Image& image, int quality)
         w.file = nullptr;
         const bool flushed = std::fflush(f) == 0 && !std::ferror(f);
         if (std::fclose(f) != 0 || !flushed)
-            writeFailed(path, std::strerror(errno));
+            writeFailed(path, errnoText(errno));
     }
     guard.commit();
 }

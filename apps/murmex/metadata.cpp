@@ -12,6 +12,7 @@
 #include <exiv2/exiv2.hpp>
 
 #include "app_error.h"
+#include "file_errors.h"
 #include "image_formats.h"
 
 namespace murmex_app {
@@ -85,7 +86,7 @@ std::unique_ptr<Exiv2::Image> openForMetadata(const std::string& path)
     if (FILE* f = std::fopen(path.c_str(), "rb"))
         std::fclose(f);
     else
-        throw AppError("cannot read " + path + ": " + std::strerror(errno));
+        throw AppError("cannot read " + path + ": " + errnoText(errno));
     std::unique_ptr<Exiv2::Image> image;
     try {
         image.reset(Exiv2::ImageFactory::open(path).release());

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "app_error.h"
+#include "file_errors.h"
 #include "image_formats.h"
 
 namespace murmex_app::detail {
@@ -191,7 +192,7 @@ Image readPng(const std::string& path, const ReadLimits& limits)
     PngReadCleanup cleanup{s};
     s.file = std::fopen(path.c_str(), "rb");
     if (!s.file)
-        readFailed(path, std::strerror(errno));
+        readFailed(path, errnoText(errno));
     s.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &s, pngError, pngWarning);
     if (!s.png)
         readFailed(path, "cannot set up the PNG reader");
@@ -244,7 +245,7 @@ void writePng(const std::string& path, const Image& image)
         PngWriteCleanup cleanup{s};
         s.file = std::fopen(path.c_str(), "wb");
         if (!s.file)
-            writeFailed(path, std::strerror(errno));
+            writeFailed(path, errnoText(errno));
         guard.arm();
         s.png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &s, pngError, pngWarning);
         if (!s.png)
@@ -279,7 +280,7 @@ void writePng(const std::string& path, const Image& image)
         s.file = nullptr;
         const bool flushed = std::fflush(f) == 0 && !std::ferror(f);
         if (std::fclose(f) != 0 || !flushed)
-            writeFailed(path, std::strerror(errno));
+            writeFailed(path, errnoText(errno));
     }
     guard.commit();
 }

@@ -3,8 +3,10 @@
 // layouts (palette, YCbCr, CMYK, fewer bits) through libtiff's RGBA
 // conversion. Written as 16-bit RGB or RGBA, deflate-compressed.
 
+#include <sys/stat.h>
 #include <tiffio.h>
 
+#include <cerrno>
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
@@ -16,6 +18,7 @@
 #include <vector>
 
 #include "app_error.h"
+#include "file_errors.h"
 #include "image_formats.h"
 
 namespace murmex_app::detail {
@@ -51,6 +54,25 @@ struct TiffCloser {
     void operator()(TIFF* t) const { TIFFClose(t); }
 };
 using TiffPtr = std::unique_ptr<TIFF, TiffCloser>;
+
+// Why the image data of an open TIFF cannot be read, without libtiff's
+// internals (strip numbers, byte counts): a strip or tile that lies past the
+// end of the file means a truncated file, anything else damaged data.
+std::string dataFailure(TIFF* tif, const std::string& path)
+{
+    struct stat st;
+    if (stat(path.c_str(), &st) == 0) {
+        const uint32_t striles = TIFFIsTiled(tif) ? TIFFNumberOfTiles(tif) : TIFFNumberOfStrips(tif);
+        for (uint32_t i = 0; i < striles; ++i) {
+            int err = 0;
+            const uint64_t offset = TIFFGetStrileOffsetWithErr(tif, i, &err);
+            const uint64_t bytes = TIFFGetStrileByteCountWithErr(tif, i, &err);
+            if (err || offset > static_cast<uint64_t>(st.st_size) || bytes > static_cast<uint64_t>(st.st_size) - offset)
+                return "truncated file";
+        }
+    }
+    return "damaged file (the image data does not decode)";
+}
 
 // Reads all samples of the first directory as 16-bit values, `spp` per pixel
 // interleaved, whatever the storage (strips or tiles, one plane or several).
@@ -92,7 +114,7 @@ void readSamples(TIFF* tif, const std::string& path, uint32_t width, uint32_t he
                 for (uint32_t tx = 0; tx < width; tx += tw) {
                     reach(static_cast<size_t>(ty) + th);
                     if (TIFFReadTile(tif, tile.data(), tx, ty, 0, static_cast<uint16_t>(plane)) < 0)
-                        readFailed(path, lastTiffError("cannot read a tile"));
+                        readFailed(path, dataFailure(tif, path));
                     const size_t cols = std::min<size_t>(tw, width - tx);
                     for (uint32_t r = 0; r < th && ty + r < height; ++r)
                         put(tile.data() + r * rowBytes, tx, ty + r, cols, plane);
@@ -106,7 +128,7 @@ void readSamples(TIFF* tif, const std::string& path, uint32_t width, uint32_t he
         for (int plane = 0; plane < planes; ++plane)
             for (uint32_t y = 0; y < height; ++y) {
                 if (TIFFReadScanline(tif, line.data(), y, static_cast<uint16_t>(plane)) < 0)
-                    readFailed(path, lastTiffError("cannot read a row"));
+                    readFailed(path, dataFailure(tif, path));
                 reach(static_cast<size_t>(y) + 1);
                 put(line.data(), 0, y, w, plane);
             }
@@ -136,7 +158,7 @@ Image readTiff(const std::string& path, const ReadLimits& limits)
     tiffError.clear();
     TiffPtr tif(TIFFOpen(path.c_str(), "r"));
     if (!tif)
-        readFailed(path, lastTiffError("not a readable TIFF file"));
+        readFailed(path, "damaged file (not a readable TIFF directory)");
     uint32_t width = 0, height = 0;
     uint16_t bps = 1, spp = 1, photometric = PHOTOMETRIC_MINISBLACK, planar = PLANARCONFIG_CONTIG;
     uint16_t sampleFormat = SAMPLEFORMAT_UINT;
@@ -191,7 +213,7 @@ Image readTiff(const std::string& path, const ReadLimits& limits)
             readFailed(path, "not enough memory");
         }
         if (!TIFFReadRGBAImageOriented(tif.get(), width, height, raster.data(), ORIENTATION_TOPLEFT, 0))
-            readFailed(path, lastTiffError("cannot decode the image"));
+            readFailed(path, dataFailure(tif.get(), path));
         std::vector<uint8_t> row(static_cast<size_t>(width) * 4);
         for (uint32_t y = 0; y < height; ++y) {
             for (uint32_t x = 0; x < width; ++x) {
@@ -275,9 +297,10 @@ void writeTiff(const std::string& path, const Image& image)
     installTiffHandlers();
     tiffError.clear();
     PartialFileGuard guard(path);
+    errno = 0;
     TiffPtr tif(TIFFOpen(path.c_str(), "w"));
     if (!tif)
-        writeFailed(path, lastTiffError("cannot create the file"));
+        writeFailed(path, errno ? errnoText(errno) : lastTiffError("cannot create the file"));
     guard.arm();
     const bool withAlpha = !image.alpha.empty();
     const uint16_t spp = withAlpha ? 4 : 3;

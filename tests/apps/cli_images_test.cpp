@@ -1,6 +1,11 @@
 // Whole-program tests of what the program does with hostile or unusual image
 // files and with failing writes: the built murmex binary run as a user runs it.
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -39,6 +44,51 @@ void expectFailureLine(const RunResult& r, const std::string& part)
     EXPECT_NE(lines[0].find(part), std::string::npos) << lines[0];
 }
 
+// Runs a shell command line, standard error captured; the status as
+// runMurmex gives it.
+RunResult runShell(const std::string& command, const TempDir& dir)
+{
+    const std::string errFile = dir.file(".stderr");
+    const int st = std::system((command + " 2>" + errFile).c_str());
+    RunResult r;
+    r.status = WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
+    r.err = fileText(errFile);
+    std::remove(errFile.c_str());
+    return r;
+}
+
+std::string quoted(const std::string& text)
+{
+    return "'" + text + "'";
+}
+
+// A little-endian TIFF of one 64 x 64 deflate-compressed grey strip whose
+// data should lie at `stripOffset`, with `stripBytes` bytes: the directory
+// alone, assembled field by field.
+std::string tiffWithStripAt(uint32_t stripOffset, uint32_t stripBytes)
+{
+    std::string b = std::string("II*\0", 4);
+    auto put16 = [&](uint16_t v) { b += static_cast<char>(v & 0xff); b += static_cast<char>(v >> 8); };
+    auto put32 = [&](uint32_t v) { for (int i = 0; i < 4; ++i) b += static_cast<char>(v >> (8 * i)); };
+    put32(8);
+    const uint16_t entries[][3] = {{256, 3, 64}, {257, 3, 64}, {258, 3, 8}, {259, 3, 8}, {262, 3, 1},
+                                   {273, 4, 0}, {277, 3, 1}, {278, 3, 64}, {279, 4, 0}};
+    put16(9);
+    for (const auto& e : entries) {
+        put16(e[0]);
+        put16(e[1]);
+        put32(1);
+        if (e[0] == 273)
+            put32(stripOffset);
+        else if (e[0] == 279)
+            put32(stripBytes);
+        else
+            put32(e[2]);
+    }
+    put32(0);
+    return b;
+}
+
 TEST(CliImages, PhotoAboveTheMegapixelLimitIsRefusedAndNothingIsWritten)
 {
     TempDir dir;
@@ -66,6 +116,87 @@ TEST(CliImages, TinyJpegClaimingAHugeImageIsRefusedAsTruncated)
     const RunResult r = runMurmex({"denoise", dir.file("huge.jpg"), "-q"});
     expectFailureLine(r, "cannot read " + dir.file("huge.jpg") + ": truncated file");
     EXPECT_FALSE(fs::exists(dir.file("huge-denoised.jpg")));
+}
+
+TEST(CliImages, MissingAndEmptyFilesAreNamedAsSuch)
+{
+    TempDir dir;
+    writeImage(dir.file("in.tif"), noisyPhoto(120, 80), ImageFormat::Tiff);
+    RunResult r = runMurmex({"denoise", dir.file("in.tif"), "--profile", dir.file("none.dnp"), "-q"});
+    expectFailureLine(r, "cannot load profile " + dir.file("none.dnp") + ": no such file");
+    EXPECT_FALSE(fs::exists(dir.file("none.dnp")));  // looking for it did not create it
+
+    std::ofstream(dir.file("empty.dnp")).close();
+    r = runMurmex({"info", dir.file("empty.dnp")});
+    expectFailureLine(r, "cannot load profile " + dir.file("empty.dnp") + ": empty file");
+
+    std::ofstream(dir.file("empty.tif")).close();
+    r = runMurmex({"denoise", dir.file("empty.tif"), "-q"});
+    expectFailureLine(r, "cannot read " + dir.file("empty.tif") + ": empty file");
+    r = runMurmex({"denoise", dir.file("none.tif"), "-q"});
+    expectFailureLine(r, "cannot read " + dir.file("none.tif") + ": no such file");
+}
+
+TEST(CliImages, WritingIntoAReadOnlyFolderSaysPermissionDenied)
+{
+    TempDir dir;
+    writeImage(dir.file("in.tif"), noisyPhoto(120, 80), ImageFormat::Tiff);
+    ASSERT_EQ(runMurmex({"profile", dir.file("in.tif"), "-o", dir.file("p.dnp"), "-q"}).status, 0);
+    fs::create_directory(dir.file("ro"));
+    fs::copy_file(dir.file("p.dnp"), dir.file("ro/p.dnp"));
+    // Readable by everyone, the folder writable by nobody; root, whom modes
+    // do not stop, runs the program as the unprivileged user "nobody".
+    fs::permissions(dir.path(), fs::perms(0755));
+    fs::permissions(dir.file("in.tif"), fs::perms(0644));
+    fs::permissions(dir.file("ro/p.dnp"), fs::perms(0644));
+    fs::permissions(dir.file("ro"), fs::perms(0555));
+    const std::string as = geteuid() == 0 ? "setpriv --reuid=65534 --regid=65534 --clear-groups " : "";
+    const std::string murmex = as + quoted(MURMEX_CLI_PATH) + " ";
+    RunResult r = runShell(murmex + "set " + quoted(dir.file("ro/p.dnp")) + " --lum-strength 3", dir);
+    expectFailureLine(r, "cannot write " + dir.file("ro/p.dnp") + ": permission denied");
+    r = runShell(murmex + "denoise " + quoted(dir.file("in.tif")) + " --profile " + quoted(dir.file("ro/p.dnp")) +
+                     " -o " + quoted(dir.file("ro/out.tif")) + " -q",
+                 dir);
+    expectFailureLine(r, "cannot write " + dir.file("ro/out.tif") + ": permission denied");
+    fs::permissions(dir.file("ro"), fs::perms(0755));
+    EXPECT_EQ(listDir(dir.file("ro")), std::vector<std::string>{"p.dnp"});
+}
+
+TEST(CliImages, FullDiskSaysNoSpaceLeftOnTheDevice)
+{
+    // A 16 KiB file system of its own, mounted in a private mount namespace
+    // (as root, or as an ordinary user through a user namespace).
+    TempDir dir;
+    writeImage(dir.file("in.tif"), noisyPhoto(300, 200), ImageFormat::Tiff);
+    ASSERT_EQ(runMurmex({"profile", dir.file("in.tif"), "-o", dir.file("p.dnp"), "-q"}).status, 0);
+    fs::create_directory(dir.file("small"));
+    for (const char* name : {"out.tif", "out.png", "out.jpg"}) {
+        SCOPED_TRACE(name);
+        const std::string out = dir.file("small/") + name;
+        const RunResult r = runShell(
+            "unshare -rm sh -c \"mount -t tmpfs -o size=16k none " + quoted(dir.file("small")) +
+                " || exit 99; exec " + quoted(MURMEX_CLI_PATH) + " denoise " + quoted(dir.file("in.tif")) +
+                " --profile " + quoted(dir.file("p.dnp")) + " -o " + quoted(out) +
+                " -q; \"",
+            dir);
+        if (r.status == 99)
+            GTEST_SKIP() << "cannot mount a small file system here: " << r.err;
+        expectFailureLine(r, "cannot write " + out + ": no space left on the device");
+    }
+}
+
+TEST(CliImages, TiffWhoseDataLiesPastTheEndSaysTruncatedWithoutLibraryNumbers)
+{
+    TempDir dir;
+    std::ofstream(dir.file("cut.tif"), std::ios::binary) << tiffWithStripAt(4000000000u, 3000);
+    const RunResult r = runMurmex({"denoise", dir.file("cut.tif"), "-q"});
+    expectFailureLine(r, "cannot read " + dir.file("cut.tif") + ": truncated file");
+    size_t digits = 0, longest = 0;
+    for (char c : r.err) {
+        digits = std::isdigit(static_cast<unsigned char>(c)) ? digits + 1 : 0;
+        longest = std::max(longest, digits);
+    }
+    EXPECT_LT(longest, 10u) << r.err;
 }
 
 }  // namespace
