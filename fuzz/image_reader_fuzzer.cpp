@@ -52,7 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         if (kind != detail::SourceKind::Tiff && kind != detail::SourceKind::Png && kind != detail::SourceKind::Jpeg)
             return 0;
         ReadLimits limits;
-        limits.maxMegapixels = 16;
+        limits.maxMegapixels = 4;
         const Image image = readImage(file.path(), limits);
         const size_t pixels = static_cast<size_t>(image.width) * static_cast<size_t>(image.height);
         if (image.width <= 0 || image.height <= 0 || image.rgbx.size() != pixels * 4 ||

@@ -212,7 +212,7 @@ Image readTiff(const std::string& path, const ReadLimits& limits)
         } catch (const std::bad_alloc&) {
             readFailed(path, "not enough memory");
         }
-        if (!TIFFReadRGBAImageOriented(tif.get(), width, height, raster.data(), ORIENTATION_TOPLEFT, 0))
+        if (!TIFFReadRGBAImageOriented(tif.get(), width, height, raster.data(), ORIENTATION_TOPLEFT, 1))
             readFailed(path, dataFailure(tif.get(), path));
         std::vector<uint8_t> row(static_cast<size_t>(width) * 4);
         for (uint32_t y = 0; y < height; ++y) {
