@@ -8,6 +8,7 @@
 // caller.
 
 #include <cerrno>
+#include <cmath>
 #include <csetjmp>
 #include <cstdio>
 #include <cstdlib>
@@ -160,6 +161,23 @@ struct JpegWrite {
     }
 };
 
+// JFIF keeps whole numbers up to 65535: centimetres become dots per inch
+// when that keeps more of the value (118.11 per cm is 300 per inch).
+void setJfifDensity(jpeg_compress_struct& cinfo, const Resolution& r)
+{
+    if (!r.present())
+        return;
+    const bool metric = r.unit == Resolution::Centimetre;
+    const double scale = metric ? 2.54 : 1;
+    const double x = std::round(r.x * scale), y = std::round(r.y * scale);
+    if (x < 1 || y < 1 || x > 65535 || y > 65535)
+        return;
+    cinfo.write_JFIF_header = TRUE;
+    cinfo.density_unit = static_cast<UINT8>(r.unit == Resolution::None ? 0 : 1);
+    cinfo.X_density = static_cast<UINT16>(x);
+    cinfo.Y_density = static_cast<UINT16>(y);
+}
+
 bool jpegCompress(JpegWrite& w, const Image& image, int quality, std::vector<JSAMPLE>& row)
 {
     if (setjmp(w.errors.jump))
@@ -173,6 +191,7 @@ bool jpegCompress(JpegWrite& w, const Image& image, int quality, std::vector<JSA
     w.cinfo.in_color_space = JCS_RGB;
     jpeg_set_defaults(&w.cinfo);
     jpeg_set_quality(&w.cinfo, quality, TRUE);
+    setJfifDensity(w.cinfo, image.resolution);
     // At high qualities the colour detail is worth keeping at full
     // resolution: no chroma subsampling from 90 up.
     if (quality >= 90)
@@ -211,6 +230,15 @@ Image readJpeg(const std::string& path, const ReadLimits& limits)
         readFailed(path, r.errors.message);
     if (r.cinfo.jpeg_color_space == JCS_CMYK || r.cinfo.jpeg_color_space == JCS_YCCK)
         readFailed(path, "CMYK JPEG files are not supported");
+    // A unitless 1:1 density says only that pixels are square: no resolution.
+    const bool squareOnly = r.cinfo.density_unit == 0 && r.cinfo.X_density == r.cinfo.Y_density;
+    if (r.cinfo.saw_JFIF_marker && r.cinfo.X_density > 0 && r.cinfo.Y_density > 0 && !squareOnly) {
+        image.resolution.x = r.cinfo.X_density;
+        image.resolution.y = r.cinfo.Y_density;
+        image.resolution.unit = r.cinfo.density_unit == 1   ? Resolution::Inch
+                                : r.cinfo.density_unit == 2 ? Resolution::Centimetre
+                                                            : Resolution::None;
+    }
     // Before decompression starts: for progressive files it allocates the
     // coefficients of the whole image.
     checkClaimedSize(path, r.cinfo.image_width, r.cinfo.image_height, limits);

@@ -10,6 +10,7 @@
 #include <png.h>
 
 #include <cerrno>
+#include <cmath>
 #include <csetjmp>
 #include <cstdio>
 #include <cstring>
@@ -57,7 +58,7 @@ struct PngHeader {
 
 // Reads the header and sets up the transformations to 8- or 16-bit samples
 // in host byte order; false after a libpng error.
-bool pngReadHeader(PngState& s, PngHeader& h, std::vector<uint8_t>& icc)
+bool pngReadHeader(PngState& s, PngHeader& h, std::vector<uint8_t>& icc, Resolution& resolution)
 {
     if (setjmp(png_jmpbuf(s.png)))
         return false;
@@ -69,6 +70,15 @@ bool pngReadHeader(PngState& s, PngHeader& h, std::vector<uint8_t>& icc)
     png_uint_32 profileLength = 0;
     if (png_get_iCCP(s.png, s.info, &name, &compression, &profile, &profileLength) && profile && profileLength > 0)
         icc.assign(profile, profile + profileLength);
+    png_uint_32 xPerUnit = 0, yPerUnit = 0;
+    int unit = PNG_RESOLUTION_UNKNOWN;
+    if (png_get_pHYs(s.png, s.info, &xPerUnit, &yPerUnit, &unit) && xPerUnit > 0 && yPerUnit > 0) {
+        // Pixels per metre become pixels per centimetre.
+        const double scale = unit == PNG_RESOLUTION_METER ? 0.01 : 1.0;
+        resolution.x = xPerUnit * scale;
+        resolution.y = yPerUnit * scale;
+        resolution.unit = unit == PNG_RESOLUTION_METER ? Resolution::Centimetre : Resolution::None;
+    }
     const int colourType = png_get_color_type(s.png, s.info);
     h.fileRowBytes = png_get_rowbytes(s.png, s.info);
     h.interlaced = png_get_interlace_type(s.png, s.info) != PNG_INTERLACE_NONE;
@@ -137,7 +147,21 @@ struct PngWriteCleanup {
     }
 };
 
-bool pngWriteHeader(PngState& s, png_uint_32 width, png_uint_32 height, bool alpha, const std::vector<uint8_t>& icc)
+// pHYs holds pixels per metre, or an aspect ratio without a unit.
+void setPngResolution(PngState& s, const Resolution& r)
+{
+    if (!r.present())
+        return;
+    const double toMetre = r.unit == Resolution::Inch ? 1 / 0.0254 : r.unit == Resolution::Centimetre ? 100 : 1;
+    const double x = std::round(r.x * toMetre), y = std::round(r.y * toMetre);
+    if (x < 1 || y < 1 || x > 0x7fffffff || y > 0x7fffffff)
+        return;
+    png_set_pHYs(s.png, s.info, static_cast<png_uint_32>(x), static_cast<png_uint_32>(y),
+                 r.unit == Resolution::None ? PNG_RESOLUTION_UNKNOWN : PNG_RESOLUTION_METER);
+}
+
+bool pngWriteHeader(PngState& s, png_uint_32 width, png_uint_32 height, bool alpha, const std::vector<uint8_t>& icc,
+                    const Resolution& resolution)
 {
     if (setjmp(png_jmpbuf(s.png)))
         return false;
@@ -147,6 +171,7 @@ bool pngWriteHeader(PngState& s, png_uint_32 width, png_uint_32 height, bool alp
     if (!icc.empty())
         png_set_iCCP(s.png, s.info, "ICC profile", PNG_COMPRESSION_TYPE_BASE, icc.data(),
                      static_cast<png_uint_32>(icc.size()));
+    setPngResolution(s, resolution);
     // Zlib level 3 instead of the default 6: a noisy 6-megapixel 16-bit
     // photograph is written in 1.2 s instead of 4.2 s, the file 2 % larger
     // (measured on the two-core build machine).
@@ -202,7 +227,7 @@ Image readPng(const std::string& path, const ReadLimits& limits)
 
     Image image;
     PngHeader h;
-    if (!pngReadHeader(s, h, image.icc))
+    if (!pngReadHeader(s, h, image.icc, image.resolution))
         readFailed(path, s.message);
     checkClaimedSize(path, h.width, h.height, limits);
     // Deflate packs at most 1032 bytes into one; each row adds a filter byte.
@@ -255,7 +280,7 @@ void writePng(const std::string& path, const Image& image)
             writeFailed(path, "cannot set up the PNG writer");
         const bool alpha = !image.alpha.empty();
         if (!pngWriteHeader(s, static_cast<png_uint_32>(image.width), static_cast<png_uint_32>(image.height), alpha,
-                            image.icc))
+                            image.icc, image.resolution))
             writeFailed(path, s.message);
         const size_t w = static_cast<size_t>(image.width);
         const int channels = alpha ? 4 : 3;

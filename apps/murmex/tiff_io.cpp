@@ -150,6 +150,21 @@ double maxCompressionRatio(uint16_t compression)
     }
 }
 
+Resolution tiffResolution(TIFF* tif)
+{
+    Resolution r;
+    float x = 0, y = 0;
+    uint16_t unit = RESUNIT_INCH;
+    if (!TIFFGetField(tif, TIFFTAG_XRESOLUTION, &x) || !TIFFGetField(tif, TIFFTAG_YRESOLUTION, &y) ||
+        !(x > 0) || !(y > 0) || !std::isfinite(x) || !std::isfinite(y))
+        return r;
+    TIFFGetFieldDefaulted(tif, TIFFTAG_RESOLUTIONUNIT, &unit);
+    r.x = x;
+    r.y = y;
+    r.unit = unit == RESUNIT_CENTIMETER ? Resolution::Centimetre : unit == RESUNIT_NONE ? Resolution::None : Resolution::Inch;
+    return r;
+}
+
 }  // namespace
 
 Image readTiff(const std::string& path, const ReadLimits& limits)
@@ -176,6 +191,7 @@ Image readTiff(const std::string& path, const ReadLimits& limits)
                      maxCompressionRatio(compression));
 
     Image image;
+    image.resolution = tiffResolution(tif.get());
     uint32_t iccSize = 0;
     void* iccData = nullptr;
     if (TIFFGetField(tif.get(), TIFFTAG_ICCPROFILE, &iccSize, &iccData) && iccData && iccSize > 0) {
@@ -317,6 +333,14 @@ void writeTiff(const std::string& path, const Image& image)
     if (ok && withAlpha) {
         const uint16_t extra[1] = {EXTRASAMPLE_UNASSALPHA};
         ok = TIFFSetField(t, TIFFTAG_EXTRASAMPLES, 1, extra);
+    }
+    if (ok && image.resolution.present()) {
+        const Resolution& r = image.resolution;
+        ok = TIFFSetField(t, TIFFTAG_XRESOLUTION, static_cast<float>(r.x)) &&
+             TIFFSetField(t, TIFFTAG_YRESOLUTION, static_cast<float>(r.y)) &&
+             TIFFSetField(t, TIFFTAG_RESOLUTIONUNIT, r.unit == Resolution::Inch         ? RESUNIT_INCH
+                                                     : r.unit == Resolution::Centimetre ? RESUNIT_CENTIMETER
+                                                                                        : RESUNIT_NONE);
     }
     if (ok && !image.icc.empty())
         ok = TIFFSetField(t, TIFFTAG_ICCPROFILE, static_cast<uint32_t>(image.icc.size()), image.icc.data());

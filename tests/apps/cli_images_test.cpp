@@ -199,5 +199,32 @@ TEST(CliImages, TiffWhoseDataLiesPastTheEndSaysTruncatedWithoutLibraryNumbers)
     EXPECT_LT(longest, 10u) << r.err;
 }
 
+TEST(CliImages, PrintResolutionSurvivesEveryPairOfFormats)
+{
+    TempDir dir;
+    Image photo = noisyPhoto(120, 80);
+    photo.resolution = {300, 300, murmex_app::Resolution::Inch};
+    writeImage(dir.file("source.tif"), photo, ImageFormat::Tiff);
+    ASSERT_EQ(runMurmex({"profile", dir.file("source.tif"), "-o", dir.file("p.dnp"), "-q"}).status, 0);
+    const std::pair<const char*, ImageFormat> formats[] = {
+        {"tif", ImageFormat::Tiff}, {"png", ImageFormat::Png}, {"jpg", ImageFormat::Jpeg}};
+    for (const auto& [in, inFormat] : formats) {
+        writeImage(dir.file(std::string("in.") + in), photo, inFormat);
+        for (const auto& [out, outFormat] : formats) {
+            SCOPED_TRACE(std::string(in) + " to " + out);
+            const std::string output = dir.file(std::string("out-") + in + "." + out);
+            const RunResult r = runMurmex({"denoise", dir.file(std::string("in.") + in), "--profile", dir.file("p.dnp"),
+                                           "-o", output, "-q"});
+            ASSERT_EQ(r.status, 0) << r.err;
+            const murmex_app::Resolution res = readImage(output).resolution;
+            // PNG keeps pixels per metre: 11811 per metre is 299.9994 per inch.
+            const double perInch = res.unit == murmex_app::Resolution::Centimetre ? 2.54 : 1.0;
+            EXPECT_NE(res.unit, murmex_app::Resolution::None);
+            EXPECT_NEAR(res.x * perInch, 300.0, 0.01);
+            EXPECT_NEAR(res.y * perInch, 300.0, 0.01);
+        }
+    }
+}
+
 }  // namespace
 }  // namespace murmex_test
