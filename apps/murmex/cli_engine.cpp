@@ -1,6 +1,7 @@
 #include "cli_engine.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -166,6 +167,26 @@ std::vector<DnNoiseSample> profileSamples(const std::vector<uint8_t>& bytes, con
     if (r.failed())
         throw AppError("cannot read the samples of " + path + ": " + r.message());
     return list.samples;
+}
+
+void checkProfileSamples(const std::vector<uint8_t>& bytes, const std::string& path)
+{
+    const std::vector<DnNoiseSample> samples = profileSamples(bytes, path);
+    if (samples.empty())
+        throw AppError("cannot use profile " + path + ": it holds no noise samples, so it would remove nothing");
+    for (size_t i = 0; i < samples.size(); ++i) {
+        const DnNoiseSample& s = samples[i];
+        for (const float* level : {s.noiseY, s.noiseCr, s.noiseCb})
+            for (int k = 0; k < 5; ++k) {
+                const float v = level[k];
+                if (v == -1.0f || (v >= 0.0f && v <= 1.0f))
+                    continue;
+                char text[64];
+                std::snprintf(text, sizeof text, "%g", static_cast<double>(v));
+                throw AppError("cannot use profile " + path + ": sample " + std::to_string(i + 1) +
+                               " holds an impossible noise value (" + text + ")");
+            }
+    }
 }
 
 void applyTuning(std::optional<int> stripWidth, std::optional<int> rowsPerThread, std::optional<int> levels)

@@ -65,6 +65,12 @@ void saveProfile(const std::string& path, const std::vector<uint8_t>& bytes, con
 // naming path.
 std::vector<DnNoiseSample> profileSamples(const std::vector<uint8_t>& bytes, const std::string& path);
 
+// Refuses a profile that would denoise nothing or nonsense: one with no
+// samples, or with a noise value that is not a number, negative (other than
+// -1, not measured) or above full scale. Throws AppError "cannot use profile
+// PATH: <why>".
+void checkProfileSamples(const std::vector<uint8_t>& bytes, const std::string& path);
+
 // Sets the library's process-wide tuning values that are given. Throws
 // AppError when the library refuses one.
 void applyTuning(std::optional<int> stripWidth, std::optional<int> rowsPerThread, std::optional<int> levels);

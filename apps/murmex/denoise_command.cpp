@@ -166,6 +166,7 @@ void denoiseOne(const DenoiseOptions& o, const Job& job)
     std::optional<ProfileCopy> profileCopy;
     if (!profilePath.empty()) {
         LoadedProfile loaded = loadProfile(profilePath);
+        checkProfileSamples(loaded.bytes, profilePath);
         params = loaded.settings;
         profileCopy.emplace(profilePath);
         params.profilePath = profileCopy->path().c_str();

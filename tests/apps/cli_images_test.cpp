@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -13,7 +14,10 @@
 
 #include <gtest/gtest.h>
 
+#include <murmex/murmex.h>
+
 #include "apps/cli_fixtures.h"
+#include "murmex/demo_scene.h"
 #include "murmex/image_io.h"
 #include "support/temp_dir.h"
 
@@ -223,6 +227,65 @@ TEST(CliImages, PrintResolutionSurvivesEveryPairOfFormats)
             EXPECT_NEAR(res.x * perInch, 300.0, 0.01);
             EXPECT_NEAR(res.y * perInch, 300.0, 0.01);
         }
+    }
+}
+
+int collectSample(void* context, int, int, const DnNoiseSample* sample)
+{
+    static_cast<std::vector<DnNoiseSample>*>(context)->push_back(*sample);
+    return 0;
+}
+
+std::vector<DnNoiseSample> samplesOf(const std::string& bytes)
+{
+    std::vector<DnNoiseSample> samples;
+    DnReadProfileSamples2(&samples, reinterpret_cast<const unsigned char*>(bytes.data()), static_cast<int>(bytes.size()),
+                          collectSample);
+    return samples;
+}
+
+TEST(CliImages, ProfileWithoutSamplesIsRefused)
+{
+    // A small noise-free scene has no patch to measure: its profile is empty.
+    TempDir dir;
+    writeImage(dir.file("clean.tif"), murmex_app::renderDemoScene(64, 64), ImageFormat::Tiff);
+    ASSERT_EQ(runMurmex({"profile", dir.file("clean.tif"), "-o", dir.file("empty.dnp"), "-q"}).status, 0);
+    ASSERT_TRUE(samplesOf(fileText(dir.file("empty.dnp"))).empty());
+    writeImage(dir.file("in.tif"), noisyPhoto(120, 80), ImageFormat::Tiff);
+    const RunResult r = runMurmex({"denoise", dir.file("in.tif"), "--profile", dir.file("empty.dnp"), "-q"});
+    expectFailureLine(r, "cannot use profile " + dir.file("empty.dnp") + ": it holds no noise samples");
+    EXPECT_FALSE(fs::exists(dir.file("in-denoised.tif")));
+}
+
+TEST(CliImages, ProfileWithImpossibleNoiseValuesIsRefused)
+{
+    TempDir dir;
+    writeImage(dir.file("source.tif"), noisyPhoto(300, 200), ImageFormat::Tiff);
+    ASSERT_EQ(runMurmex({"profile", dir.file("source.tif"), "-o", dir.file("p.dnp"), "-q"}).status, 0);
+    const std::string bytes = fileText(dir.file("p.dnp"));
+    const std::vector<DnNoiseSample> samples = samplesOf(bytes);
+    ASSERT_FALSE(samples.empty());
+    // The first sample's finest luminance noise, stored big-endian, replaced.
+    uint32_t bits;
+    std::memcpy(&bits, &samples[0].noiseY[0], 4);
+    const std::string stored = {static_cast<char>(bits >> 24), static_cast<char>(bits >> 16),
+                                static_cast<char>(bits >> 8), static_cast<char>(bits)};
+    const size_t at = bytes.find(stored);
+    ASSERT_NE(at, std::string::npos);
+    ASSERT_EQ(bytes.find(stored, at + 1), std::string::npos);
+    const std::pair<std::string, std::string> bad[] = {{std::string("\x7f\xc0\0\0", 4), "(nan)"},
+                                                       {std::string("\x7f\x80\0\0", 4), "(inf)"},
+                                                       {std::string("\x47\x00\0\0", 4), "(32768)"}};
+    writeImage(dir.file("in.tif"), noisyPhoto(120, 80), ImageFormat::Tiff);
+    for (const auto& [value, shown] : bad) {
+        SCOPED_TRACE(shown);
+        std::string changed = bytes;
+        changed.replace(at, 4, value);
+        std::ofstream(dir.file("bad.dnp"), std::ios::binary) << changed;
+        ASSERT_EQ(samplesOf(changed).size(), samples.size());
+        const RunResult r = runMurmex({"denoise", dir.file("in.tif"), "--profile", dir.file("bad.dnp"), "-q"});
+        expectFailureLine(r, "cannot use profile " + dir.file("bad.dnp") + ": sample 1 holds an impossible noise value " +
+                                 shown);
     }
 }
 
