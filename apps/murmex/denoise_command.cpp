@@ -44,10 +44,10 @@ struct DenoiseOptions {
 };
 
 const char* kDenoiseFooter = R"(Inputs: 8- and 16-bit TIFF, PNG and JPEG files and camera raw files (demosaiced
-to 16-bit RGB). Grey inputs are denoised as R = G = B and written as RGB;
-an alpha channel is carried through untouched to TIFF and PNG outputs and
-dropped for JPEG. EXIF, XMP and the ICC profile of the input are copied to
-the output.
+to 16-bit RGB). Grey inputs are denoised as R = G = B and written as grey
+(one channel, the mean of the three); an alpha channel is carried through
+untouched to TIFF and PNG outputs and dropped for JPEG. EXIF, XMP, the ICC
+profile and the print resolution of the input are copied to the output.
 
 Outputs: the format follows the output's extension: .tif/.tiff and .png at 16
 bits per sample, .jpg/.jpeg at 8 bits (--jpeg-quality). Without -o or

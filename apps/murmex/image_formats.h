@@ -76,6 +76,15 @@ void storeRow(Image& image, int y, const uint16_t* samples, int channels);
 // The same for 8-bit samples, each scaled to 16 bits by v * 257.
 void storeRow8(Image& image, int y, const uint8_t* samples, int channels);
 
+// The samples per pixel a writer stores: one grey sample for grey sources
+// (their ICC profile describes grey), else R, G, B; plus alpha when present.
+int outputChannels(const Image& image);
+
+// Row y as a writer stores it, outputChannels(image) samples per pixel. A
+// grey source's sample is the mean of R, G and B (rounded), which after
+// denoising may differ slightly from each other.
+void packRow(const Image& image, int y, uint16_t* row);
+
 // The text with line breaks turned into spaces and the ends trimmed: the
 // libraries' own messages may span lines, the application's errors do not.
 std::string oneLine(const std::string& text);

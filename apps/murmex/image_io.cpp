@@ -136,6 +136,32 @@ void storeRow8(Image& image, int y, const uint8_t* samples, int channels)
     }
 }
 
+int outputChannels(const Image& image)
+{
+    const bool grey = image.sourceChannels == 1 || image.sourceChannels == 2;
+    return (grey ? 1 : 3) + (image.alpha.empty() ? 0 : 1);
+}
+
+void packRow(const Image& image, int y, uint16_t* row)
+{
+    const size_t w = static_cast<size_t>(image.width);
+    const int channels = outputChannels(image);
+    const uint16_t* in = image.rgbx.data() + static_cast<size_t>(y) * w * 4;
+    const uint16_t* a = image.alpha.empty() ? nullptr : image.alpha.data() + static_cast<size_t>(y) * w;
+    const bool grey = channels - (a ? 1 : 0) == 1;
+    for (size_t x = 0; x < w; ++x, in += 4, row += channels) {
+        if (grey) {
+            row[0] = static_cast<uint16_t>((static_cast<uint32_t>(in[0]) + in[1] + in[2] + 1) / 3);
+        } else {
+            row[0] = in[0];
+            row[1] = in[1];
+            row[2] = in[2];
+        }
+        if (a)
+            row[channels - 1] = a[x];
+    }
+}
+
 std::string oneLine(const std::string& text)
 {
     std::string s = text;

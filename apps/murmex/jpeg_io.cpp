@@ -178,7 +178,7 @@ void setJfifDensity(jpeg_compress_struct& cinfo, const Resolution& r)
     cinfo.Y_density = static_cast<UINT16>(y);
 }
 
-bool jpegCompress(JpegWrite& w, const Image& image, int quality, std::vector<JSAMPLE>& row)
+bool jpegCompress(JpegWrite& w, const Image& image, int quality, std::vector<JSAMPLE>& row, std::vector<uint16_t>& wide)
 {
     if (setjmp(w.errors.jump))
         return false;
@@ -187,8 +187,10 @@ bool jpegCompress(JpegWrite& w, const Image& image, int quality, std::vector<JSA
     jpeg_stdio_dest(&w.cinfo, w.file);
     w.cinfo.image_width = static_cast<JDIMENSION>(image.width);
     w.cinfo.image_height = static_cast<JDIMENSION>(image.height);
-    w.cinfo.input_components = 3;
-    w.cinfo.in_color_space = JCS_RGB;
+    // JPEG has no alpha: a grey source is one component, else three.
+    const int components = outputChannels(image) - (image.alpha.empty() ? 0 : 1);
+    w.cinfo.input_components = components;
+    w.cinfo.in_color_space = components == 1 ? JCS_GRAYSCALE : JCS_RGB;
     jpeg_set_defaults(&w.cinfo);
     jpeg_set_quality(&w.cinfo, quality, TRUE);
     setJfifDensity(w.cinfo, image.resolution);
@@ -201,13 +203,14 @@ bool jpegCompress(JpegWrite& w, const Image& image, int quality, std::vector<JSA
     if (!image.icc.empty())
         jpeg_write_icc_profile(&w.cinfo, image.icc.data(), static_cast<unsigned int>(image.icc.size()));
     const size_t width = static_cast<size_t>(image.width);
+    const int channels = outputChannels(image);
     while (w.cinfo.next_scanline < w.cinfo.image_height) {
-        const uint16_t* in = image.rgbx.data() + static_cast<size_t>(w.cinfo.next_scanline) * width * 4;
+        packRow(image, static_cast<int>(w.cinfo.next_scanline), wide.data());
         for (size_t x = 0; x < width; ++x)
-            for (int c = 0; c < 3; ++c)
+            for (int c = 0; c < components; ++c)
                 // Nearest 8-bit value: v * 255 / 65535 rounded, which is
                 // (v + 128) / 257 for every 16-bit v.
-                row[x * 3 + c] = static_cast<JSAMPLE>((in[x * 4 + c] + 128) / 257);
+                row[x * components + c] = static_cast<JSAMPLE>((wide[x * channels + c] + 128) / 257);
         JSAMPROW rows[1] = {row.data()};
         jpeg_write_scanlines(&w.cinfo, rows, 1);
     }
@@ -273,7 +276,8 @@ void writeJpeg(const std::string& path, const Image& image, int quality)
         w.cinfo.err = &w.errors.mgr;
         initErrors(w.errors);
         std::vector<JSAMPLE> row(static_cast<size_t>(image.width) * 3);
-        if (!jpegCompress(w, image, quality, row))
+        std::vector<uint16_t> wide(static_cast<size_t>(image.width) * outputChannels(image));
+        if (!jpegCompress(w, image, quality, row, wide))
             writeFailed(path, w.errors.message);
         FILE* f = w.file;
         w.file = nullptr;

@@ -160,13 +160,13 @@ void setPngResolution(PngState& s, const Resolution& r)
                  r.unit == Resolution::None ? PNG_RESOLUTION_UNKNOWN : PNG_RESOLUTION_METER);
 }
 
-bool pngWriteHeader(PngState& s, png_uint_32 width, png_uint_32 height, bool alpha, const std::vector<uint8_t>& icc,
+bool pngWriteHeader(PngState& s, png_uint_32 width, png_uint_32 height, bool grey, bool alpha, const std::vector<uint8_t>& icc,
                     const Resolution& resolution)
 {
     if (setjmp(png_jmpbuf(s.png)))
         return false;
     png_init_io(s.png, s.file);
-    png_set_IHDR(s.png, s.info, width, height, 16, alpha ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB,
+    png_set_IHDR(s.png, s.info, width, height, 16, (grey ? PNG_COLOR_TYPE_GRAY : PNG_COLOR_TYPE_RGB) | (alpha ? PNG_COLOR_MASK_ALPHA : 0),
                  PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
     if (!icc.empty())
         png_set_iCCP(s.png, s.info, "ICC profile", PNG_COMPRESSION_TYPE_BASE, icc.data(),
@@ -279,22 +279,14 @@ void writePng(const std::string& path, const Image& image)
         if (!s.info)
             writeFailed(path, "cannot set up the PNG writer");
         const bool alpha = !image.alpha.empty();
-        if (!pngWriteHeader(s, static_cast<png_uint_32>(image.width), static_cast<png_uint_32>(image.height), alpha,
+        const int channels = outputChannels(image);
+        const bool grey = channels - (alpha ? 1 : 0) == 1;
+        if (!pngWriteHeader(s, static_cast<png_uint_32>(image.width), static_cast<png_uint_32>(image.height), grey, alpha,
                             image.icc, image.resolution))
             writeFailed(path, s.message);
-        const size_t w = static_cast<size_t>(image.width);
-        const int channels = alpha ? 4 : 3;
-        std::vector<uint16_t> row(w * channels);
+        std::vector<uint16_t> row(static_cast<size_t>(image.width) * channels);
         for (int y = 0; y < image.height; ++y) {
-            const uint16_t* in = image.rgbx.data() + static_cast<size_t>(y) * w * 4;
-            const uint16_t* a = alpha ? image.alpha.data() + static_cast<size_t>(y) * w : nullptr;
-            for (size_t x = 0; x < w; ++x) {
-                row[x * channels + 0] = in[x * 4 + 0];
-                row[x * channels + 1] = in[x * 4 + 1];
-                row[x * channels + 2] = in[x * 4 + 2];
-                if (a)
-                    row[x * channels + 3] = a[x];
-            }
+            packRow(image, y, row.data());
             if (!pngWriteRow(s, row.data()))
                 writeFailed(path, s.message);
         }

@@ -319,13 +319,14 @@ void writeTiff(const std::string& path, const Image& image)
         writeFailed(path, errno ? errnoText(errno) : lastTiffError("cannot create the file"));
     guard.arm();
     const bool withAlpha = !image.alpha.empty();
-    const uint16_t spp = withAlpha ? 4 : 3;
+    const uint16_t spp = static_cast<uint16_t>(outputChannels(image));
+    const bool grey = spp - (withAlpha ? 1 : 0) == 1;
     TIFF* t = tif.get();
     bool ok = TIFFSetField(t, TIFFTAG_IMAGEWIDTH, static_cast<uint32_t>(image.width)) &&
               TIFFSetField(t, TIFFTAG_IMAGELENGTH, static_cast<uint32_t>(image.height)) &&
               TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, 16) && TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, spp) &&
               TIFFSetField(t, TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_UINT) &&
-              TIFFSetField(t, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB) &&
+              TIFFSetField(t, TIFFTAG_PHOTOMETRIC, grey ? PHOTOMETRIC_MINISBLACK : PHOTOMETRIC_RGB) &&
               TIFFSetField(t, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG) &&
               TIFFSetField(t, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT) &&
               TIFFSetField(t, TIFFTAG_COMPRESSION, COMPRESSION_ADOBE_DEFLATE) &&
@@ -352,15 +353,7 @@ void writeTiff(const std::string& path, const Image& image)
     const size_t w = static_cast<size_t>(image.width);
     std::vector<uint16_t> row(w * spp);
     for (int y = 0; y < image.height; ++y) {
-        const uint16_t* in = image.rgbx.data() + static_cast<size_t>(y) * w * 4;
-        const uint16_t* a = withAlpha ? image.alpha.data() + static_cast<size_t>(y) * w : nullptr;
-        for (size_t x = 0; x < w; ++x) {
-            row[x * spp + 0] = in[x * 4 + 0];
-            row[x * spp + 1] = in[x * 4 + 1];
-            row[x * spp + 2] = in[x * 4 + 2];
-            if (a)
-                row[x * spp + 3] = a[x];
-        }
+        packRow(image, y, row.data());
         if (TIFFWriteScanline(t, row.data(), static_cast<uint32_t>(y), 0) < 0)
             writeFailed(path, lastTiffError("cannot write a row"));
     }

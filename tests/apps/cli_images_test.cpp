@@ -16,6 +16,7 @@
 
 #include <murmex/murmex.h>
 
+#include "apps/app_fixtures.h"
 #include "apps/cli_fixtures.h"
 #include "murmex/demo_scene.h"
 #include "murmex/image_io.h"
@@ -145,7 +146,8 @@ TEST(CliImages, WritingIntoAReadOnlyFolderSaysPermissionDenied)
 {
     TempDir dir;
     writeImage(dir.file("in.tif"), noisyPhoto(120, 80), ImageFormat::Tiff);
-    ASSERT_EQ(runMurmex({"profile", dir.file("in.tif"), "-o", dir.file("p.dnp"), "-q"}).status, 0);
+    writeImage(dir.file("source.tif"), noisyPhoto(300, 200), ImageFormat::Tiff);
+    ASSERT_EQ(runMurmex({"profile", dir.file("source.tif"), "-o", dir.file("p.dnp"), "-q"}).status, 0);
     fs::create_directory(dir.file("ro"));
     fs::copy_file(dir.file("p.dnp"), dir.file("ro/p.dnp"));
     // Readable by everyone, the folder writable by nobody; root, whom modes
@@ -208,7 +210,7 @@ TEST(CliImages, PrintResolutionSurvivesEveryPairOfFormats)
     TempDir dir;
     Image photo = noisyPhoto(120, 80);
     photo.resolution = {300, 300, murmex_app::Resolution::Inch};
-    writeImage(dir.file("source.tif"), photo, ImageFormat::Tiff);
+    writeImage(dir.file("source.tif"), noisyPhoto(300, 200), ImageFormat::Tiff);
     ASSERT_EQ(runMurmex({"profile", dir.file("source.tif"), "-o", dir.file("p.dnp"), "-q"}).status, 0);
     const std::pair<const char*, ImageFormat> formats[] = {
         {"tif", ImageFormat::Tiff}, {"png", ImageFormat::Png}, {"jpg", ImageFormat::Jpeg}};
@@ -287,6 +289,49 @@ TEST(CliImages, ProfileWithImpossibleNoiseValuesIsRefused)
         expectFailureLine(r, "cannot use profile " + dir.file("bad.dnp") + ": sample 1 holds an impossible noise value " +
                                  shown);
     }
+}
+
+TEST(CliImages, GreyPhotoWithAGreyProfileIsWrittenAsGreyToEveryFormat)
+{
+    TempDir dir;
+    writeImage(dir.file("source.tif"), noisyPhoto(300, 200), ImageFormat::Tiff);
+    ASSERT_EQ(runMurmex({"profile", dir.file("source.tif"), "-o", dir.file("p.dnp"), "-q"}).status, 0);
+    // A 16-bit grey TIFF straight from libtiff, its ICC profile one for grey.
+    const Image photo = noisyPhoto(160, 120);
+    murmex_app_test::RawTiff t;
+    t.width = 160;
+    t.height = 120;
+    t.spp = 1;
+    t.photometric = PHOTOMETRIC_MINISBLACK;
+    for (size_t i = 0; i < photo.rgbx.size(); i += 4)
+        t.samples.push_back(photo.rgbx[i + 1]);
+    ASSERT_TRUE(murmex_app_test::writeRawTiff(dir.file("grey.tif"), t));
+    std::vector<uint8_t> greyIcc = murmex_app_test::testIccProfile();
+    std::memcpy(&greyIcc[16], "GRAY", 4);
+    TIFF* tif = TIFFOpen(dir.file("grey.tif").c_str(), "r+");
+    ASSERT_NE(tif, nullptr);
+    TIFFSetField(tif, TIFFTAG_ICCPROFILE, static_cast<uint32_t>(greyIcc.size()), greyIcc.data());
+    TIFFRewriteDirectory(tif);
+    TIFFClose(tif);
+    for (const char* ext : {"tif", "png", "jpg"}) {
+        SCOPED_TRACE(ext);
+        const std::string out = dir.file(std::string("out.") + ext);
+        const RunResult r = runMurmex({"denoise", dir.file("grey.tif"), "--profile", dir.file("p.dnp"), "-o", out, "-q"});
+        ASSERT_EQ(r.status, 0) << r.err;
+        const Image got = readImage(out);
+        EXPECT_EQ(got.sourceChannels, 1);
+        EXPECT_EQ(got.icc, greyIcc);
+        EXPECT_EQ(got.width, 160);
+    }
+    // One channel on disk, marked grey.
+    tif = TIFFOpen(dir.file("out.tif").c_str(), "r");
+    ASSERT_NE(tif, nullptr);
+    uint16_t spp = 0, photometric = 0;
+    TIFFGetField(tif, TIFFTAG_SAMPLESPERPIXEL, &spp);
+    TIFFGetField(tif, TIFFTAG_PHOTOMETRIC, &photometric);
+    TIFFClose(tif);
+    EXPECT_EQ(spp, 1);
+    EXPECT_EQ(photometric, PHOTOMETRIC_MINISBLACK);
 }
 
 }  // namespace
