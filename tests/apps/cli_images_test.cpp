@@ -334,5 +334,18 @@ TEST(CliImages, GreyPhotoWithAGreyProfileIsWrittenAsGreyToEveryFormat)
     EXPECT_EQ(photometric, PHOTOMETRIC_MINISBLACK);
 }
 
+TEST(CliImages, CameraRawDngIsDenoisedIntoATiff)
+{
+    TempDir dir;
+    writeImage(dir.file("source.tif"), noisyPhoto(300, 200), ImageFormat::Tiff);
+    ASSERT_EQ(runMurmex({"profile", dir.file("source.tif"), "-o", dir.file("p.dnp"), "-q"}).status, 0);
+    ASSERT_TRUE(murmex_app_test::writeTestDng(dir.file("photo.dng"), 96, 64, 20000));
+    const RunResult r = runMurmex({"denoise", dir.file("photo.dng"), "--profile", dir.file("p.dnp"), "-q"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    const Image out = readImage(dir.file("photo-denoised.tif"));
+    EXPECT_EQ(out.width, readImage(dir.file("photo.dng")).width);
+    EXPECT_EQ(out.bitsPerSample, 16);
+}
+
 }  // namespace
 }  // namespace murmex_test

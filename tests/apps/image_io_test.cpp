@@ -692,3 +692,21 @@ TEST(ImageIoTest, ImageAboveTheMegapixelLimitIsRefusedWithTheLimitNamed)
         limits.maxMegapixels = 0.01;
     }
 }
+
+TEST(ImageIoTest, DngIsDevelopedByTheRawDecoder)
+{
+    TempDir dir;
+    ASSERT_TRUE(writeTestDng(dir.file("grey.dng"), 64, 48, 20000));
+    const Image im = readImage(dir.file("grey.dng"));
+    EXPECT_EQ(im.bitsPerSample, 16);
+    EXPECT_NEAR(im.width, 64, 4);
+    EXPECT_NEAR(im.height, 48, 4);
+    // A flat neutral scene develops to a flat neutral image, brighter than
+    // black and below white.
+    const size_t centre = (static_cast<size_t>(im.height / 2) * im.width + im.width / 2) * 4;
+    const int r = im.rgbx[centre], g = im.rgbx[centre + 1], b = im.rgbx[centre + 2];
+    EXPECT_GT(g, 1000);
+    EXPECT_LT(g, 65000);
+    EXPECT_NEAR(r, g, g / 20);
+    EXPECT_NEAR(b, g, g / 20);
+}
