@@ -135,6 +135,7 @@ void denoiseOne(const DenoiseOptions& o, const Job& job)
 {
     const auto start = std::chrono::steady_clock::now();
     Progress progress(Progress::modeFor(o.output_.quiet), displayName(job.input));
+    checkMetadataFits(job.input, job.output, job.format);
     Image image = readImage(job.input, o.limits);
 
     DnFilterParams params{};

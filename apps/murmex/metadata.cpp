@@ -165,6 +165,35 @@ CameraInfo readCameraInfo(const std::string& path)
                            [&](const char* key) { return exifFloat(exif, key); }});
 }
 
+// The largest XMP packet that one JPEG APP1 segment holds after its
+// "http://ns.adobe.com/xap/1.0/" name.
+constexpr size_t kJpegXmpLimit = 0xffff - 2 - 29;
+
+void checkMetadataFits(const std::string& from, const std::string& to, ImageFormat format)
+{
+    if (format != ImageFormat::Jpeg)
+        return;
+    std::unique_ptr<Exiv2::Image> source;
+    try {
+        source = openForMetadata(from);
+    } catch (const AppError&) {
+        return;
+    }
+    if (!source || source->xmpData().empty())
+        return;
+    std::string packet;
+    try {
+        Exiv2::XmpParser::encode(packet, source->xmpData(),
+                                 Exiv2::XmpParser::useCompactFormat | Exiv2::XmpParser::omitAllFormatting);
+    } catch (const std::exception&) {
+        return;
+    }
+    if (packet.size() > kJpegXmpLimit)
+        throw AppError("cannot write " + to + ": the XMP metadata of " + from + " (" + std::to_string(packet.size()) +
+                       " bytes) does not fit in a JPEG file (at most " + std::to_string(kJpegXmpLimit) +
+                       "); write TIFF or PNG");
+}
+
 void copyMetadata(const std::string& from, const std::string& to)
 {
     std::unique_ptr<Exiv2::Image> source;
