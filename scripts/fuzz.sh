@@ -5,6 +5,7 @@
 # engine's writers produce. Exits non-zero when a target finds a crash, a
 # leak, undefined behaviour, an allocation over the limit or a timeout.
 #   scripts/fuzz.sh [seconds]
+# FUZZ_TARGETS="name ..." runs only the named targets.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 seconds=${1:-60}
@@ -25,8 +26,11 @@ mkdir -p "$seeds/profile_load_fuzzer" "$seeds/filter_settings_fuzzer"
 status=0
 # Profile files seed the hosts' header reader too.
 cp -r "$seeds/profile_load_fuzzer" "$seeds/profile_header_fuzzer"
+mkdir -p "$seeds/image_reader_fuzzer"
+"$dir/make_image_seeds" "$seeds/image_reader_fuzzer"
 
-for target in profile_load_fuzzer filter_settings_fuzzer profile_header_fuzzer; do
+targets=${FUZZ_TARGETS:-"profile_load_fuzzer filter_settings_fuzzer profile_header_fuzzer image_reader_fuzzer"}
+for target in $targets; do
   corpus="$dir/corpus/$target"
   artifacts="$dir/artifacts/$target/"
   mkdir -p "$corpus" "$artifacts"

@@ -18,6 +18,15 @@ void OutputOptions::apply() const
     setEngineVerbose(verbose);
 }
 
+void addReadLimits(CLI::App& sub, ReadLimits& limits)
+{
+    sub.add_option("--max-megapixels", limits.maxMegapixels,
+                   "refuse photos larger than this (guards against files that claim a huge size)")
+        ->capture_default_str()
+        ->type_name("MP")
+        ->check(CLI::PositiveNumber);
+}
+
 void printError(const std::string& message)
 {
     std::string line;

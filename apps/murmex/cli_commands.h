@@ -9,6 +9,7 @@
 #include <CLI/CLI.hpp>
 
 #include "app_error.h"
+#include "image_io.h"
 
 namespace murmex_app {
 
@@ -47,6 +48,9 @@ struct OutputOptions {
     // Applies --verbose to the library's output capture.
     void apply() const;
 };
+
+// --max-megapixels, for the commands that read photos.
+void addReadLimits(CLI::App& sub, ReadLimits& limits);
 
 // "murmex: " + message on standard error, one line (line breaks in message
 // become "; ").

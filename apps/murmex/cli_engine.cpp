@@ -1,9 +1,14 @@
 #include "cli_engine.h"
 
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 
 #include "app_error.h"
+#include "file_errors.h"
 #include "host/engine_output.h"
 #include "safe_write.h"
 
@@ -90,17 +95,52 @@ std::vector<uint16_t> removeNoise(const Image& image, DnFilterParams params, con
     return result;
 }
 
+ProfileCopy::ProfileCopy(const std::string& path) : original_(path)
+{
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+        throw AppError("cannot load profile " + path + ": " + errnoText(errno));
+    const std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (in.bad())
+        throw AppError("cannot load profile " + path + ": " + errnoText(errno ? errno : EIO));
+    if (bytes.empty())
+        throw AppError("cannot load profile " + path + ": empty file");
+    std::string pattern = (std::filesystem::temp_directory_path() / "murmex-profile-XXXXXX").string();
+    if (!mkdtemp(pattern.data()))
+        throw AppError("cannot load profile " + path + ": cannot make a temporary folder: " + errnoText(errno));
+    dir_ = pattern;
+    path_ = (std::filesystem::path(dir_) / std::filesystem::path(path).filename()).string();
+    std::ofstream out(path_, std::ios::binary);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    out.close();
+    if (!out)
+        throw AppError("cannot load profile " + path + ": cannot copy it to " + dir_ + ": " + errnoText(errno));
+}
+
+ProfileCopy::~ProfileCopy()
+{
+    std::error_code ec;
+    if (!dir_.empty())
+        std::filesystem::remove_all(dir_, ec);
+}
+
+std::string ProfileCopy::forUser(const std::string& message) const
+{
+    return replaceAll(message, path_, original_);
+}
+
 LoadedProfile loadProfile(const std::string& path)
 {
+    const ProfileCopy copy(path);
     LoadedProfile loaded;
     unsigned char* data = nullptr;
     int length = 0;
-    EngineResult r = callEngine([&] { return DnReadProfile(path.c_str(), &data, &length, &loaded.settings); });
+    EngineResult r = callEngine([&] { return DnReadProfile(copy.path().c_str(), &data, &length, &loaded.settings); });
     if (data && length > 0)
         loaded.bytes.assign(data, data + length);
     DnFreeMemory(data);
     if (r.failed())
-        throw AppError("cannot load profile " + path + ": " + r.message());
+        throw AppError("cannot load profile " + path + ": " + copy.forUser(r.message()));
     return loaded;
 }
 
@@ -108,11 +148,13 @@ void saveProfile(const std::string& path, const std::vector<uint8_t>& bytes, con
 {
     TempOutput out(path);
     DnFilterParams params = settings;
-    EngineResult r = callEngine([&] {
-        return DnWriteProfile(out.path().c_str(), bytes.data(), static_cast<int>(bytes.size()), &params);
+    out.write([&](const std::string& temporary) {
+        EngineResult r = callEngine([&] {
+            return DnWriteProfile(temporary.c_str(), bytes.data(), static_cast<int>(bytes.size()), &params);
+        });
+        if (r.failed())
+            throw AppError("cannot write profile " + path + ": " + r.message());
     });
-    if (r.failed())
-        throw AppError("cannot write profile " + path + ": " + r.message());
     out.commit();
 }
 
@@ -125,6 +167,26 @@ std::vector<DnNoiseSample> profileSamples(const std::vector<uint8_t>& bytes, con
     if (r.failed())
         throw AppError("cannot read the samples of " + path + ": " + r.message());
     return list.samples;
+}
+
+void checkProfileSamples(const std::vector<uint8_t>& bytes, const std::string& path)
+{
+    const std::vector<DnNoiseSample> samples = profileSamples(bytes, path);
+    if (samples.empty())
+        throw AppError("cannot use profile " + path + ": it holds no noise samples, so it would remove nothing");
+    for (size_t i = 0; i < samples.size(); ++i) {
+        const DnNoiseSample& s = samples[i];
+        for (const float* level : {s.noiseY, s.noiseCr, s.noiseCb})
+            for (int k = 0; k < 5; ++k) {
+                const float v = level[k];
+                if (v == -1.0f || (v >= 0.0f && v <= 1.0f))
+                    continue;
+                char text[64];
+                std::snprintf(text, sizeof text, "%g", static_cast<double>(v));
+                throw AppError("cannot use profile " + path + ": sample " + std::to_string(i + 1) +
+                               " holds an impossible noise value (" + text + ")");
+            }
+    }
 }
 
 void applyTuning(std::optional<int> stripWidth, std::optional<int> rowsPerThread, std::optional<int> levels)

@@ -29,11 +29,32 @@ std::vector<uint8_t> measureProfile(const Image& image, bool relaxed, Progress& 
 std::vector<uint16_t> removeNoise(const Image& image, DnFilterParams params, const std::vector<uint8_t>& profile,
                                   Progress& progress, const std::string& name);
 
+// A private copy of a user's profile file, for the library: it opens profile
+// files for writing as well as reading and creates them when missing, so it
+// never gets the user's own file. The copy has the original's file name (the
+// library's progress shows it) in a temporary folder of its own, removed
+// with the object. Throws AppError "cannot load profile PATH: no such file",
+// ": empty file", ": permission denied" and the like.
+class ProfileCopy {
+public:
+    explicit ProfileCopy(const std::string& path);
+    ~ProfileCopy();
+    ProfileCopy(const ProfileCopy&) = delete;
+    ProfileCopy& operator=(const ProfileCopy&) = delete;
+    const std::string& path() const { return path_; }
+    // message with the copy's path replaced by the original's.
+    std::string forUser(const std::string& message) const;
+
+private:
+    std::string original_, dir_, path_;
+};
+
 struct LoadedProfile {
     std::vector<uint8_t> bytes;  // the serialised profile
     DnFilterParams settings{};   // its stored settings (settings block only)
 };
-// DnReadProfile. Throws AppError "cannot load profile PATH: <library's message>".
+// DnReadProfile on a ProfileCopy. Throws AppError "cannot load profile PATH:
+// <reason>".
 LoadedProfile loadProfile(const std::string& path);
 
 // Saves a profile block with the settings block of settings at path, through
@@ -43,6 +64,12 @@ void saveProfile(const std::string& path, const std::vector<uint8_t>& bytes, con
 // The samples of a profile block (DnReadProfileSamples2). Throws AppError
 // naming path.
 std::vector<DnNoiseSample> profileSamples(const std::vector<uint8_t>& bytes, const std::string& path);
+
+// Refuses a profile that would denoise nothing or nonsense: one with no
+// samples, or with a noise value that is not a number, negative (other than
+// -1, not measured) or above full scale. Throws AppError "cannot use profile
+// PATH: <why>".
+void checkProfileSamples(const std::vector<uint8_t>& bytes, const std::string& path);
 
 // Sets the library's process-wide tuning values that are given. Throws
 // AppError when the library refuses one.

@@ -39,14 +39,15 @@ struct DenoiseOptions {
     bool background = false;
     std::optional<int> stripWidth, rowsPerThread, levels;
     int jpegQuality = 92;
+    ReadLimits limits;
     OutputOptions output_;
 };
 
 const char* kDenoiseFooter = R"(Inputs: 8- and 16-bit TIFF, PNG and JPEG files and camera raw files (demosaiced
-to 16-bit RGB). Grey inputs are denoised as R = G = B and written as RGB;
-an alpha channel is carried through untouched to TIFF and PNG outputs and
-dropped for JPEG. EXIF, XMP and the ICC profile of the input are copied to
-the output.
+to 16-bit RGB). Grey inputs are denoised as R = G = B and written as grey
+(one channel, the mean of the three); an alpha channel is carried through
+untouched to TIFF and PNG outputs and dropped for JPEG. EXIF, XMP, the ICC
+profile and the print resolution of the input are copied to the output.
 
 Outputs: the format follows the output's extension: .tif/.tiff and .png at 16
 bits per sample, .jpg/.jpeg at 8 bits (--jpeg-quality). Without -o or
@@ -134,7 +135,8 @@ void denoiseOne(const DenoiseOptions& o, const Job& job)
 {
     const auto start = std::chrono::steady_clock::now();
     Progress progress(Progress::modeFor(o.output_.quiet), displayName(job.input));
-    Image image = readImage(job.input);
+    checkMetadataFits(job.input, job.output, job.format);
+    Image image = readImage(job.input, o.limits);
 
     DnFilterParams params{};
     std::vector<uint8_t> measured;
@@ -162,10 +164,13 @@ void denoiseOne(const DenoiseOptions& o, const Job& job)
         }
     }
 
+    std::optional<ProfileCopy> profileCopy;
     if (!profilePath.empty()) {
         LoadedProfile loaded = loadProfile(profilePath);
+        checkProfileSamples(loaded.bytes, profilePath);
         params = loaded.settings;
-        params.profilePath = profilePath.c_str();
+        profileCopy.emplace(profilePath);
+        params.profilePath = profileCopy->path().c_str();
     } else {
         setDefaultSettings(params);
         measured = measureProfile(image, false, progress, job.input);
@@ -183,14 +188,21 @@ void denoiseOne(const DenoiseOptions& o, const Job& job)
         saveProfile(o.saveProfile, withProfileHeader(measured, header), params);
     }
 
-    std::vector<uint16_t> result = removeNoise(image, params, measured, progress, job.input);
+    std::vector<uint16_t> result;
+    try {
+        result = removeNoise(image, params, measured, progress, job.input);
+    } catch (const AppError& e) {
+        throw AppError(profileCopy ? profileCopy->forUser(e.what()) : std::string(e.what()));
+    }
     throwIfInterrupted();
 
     image.rgbx = std::move(result);
     {
         TempOutput out(job.output);
-        writeImage(out.path(), image, job.format, o.jpegQuality);
-        copyMetadata(job.input, out.path());
+        out.write([&](const std::string& path) {
+            writeImage(path, image, job.format, o.jpegQuality);
+            copyMetadata(job.input, path);
+        });
         throwIfInterrupted();
         out.commit();
     }
@@ -267,6 +279,7 @@ CommandRunner addDenoiseCommand(CLI::App& app)
     sub->add_option("--jpeg-quality", o->jpegQuality, "quality of JPEG outputs, 1 to 100")
         ->capture_default_str()
         ->check(CLI::Range(1, 100));
+    addReadLimits(*sub, o->limits);
     o->output_.addTo(*sub);
     return [o] { runDenoise(*o); };
 }

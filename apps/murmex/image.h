@@ -8,6 +8,15 @@
 
 namespace murmex_app {
 
+// The print resolution: pixels per unit across and down. Unit None keeps
+// only the pixels' aspect ratio (and no values at all when x and y are 0).
+struct Resolution {
+    enum Unit { None, Inch, Centimetre };
+    double x = 0, y = 0;
+    Unit unit = None;
+    bool present() const { return x > 0 && y > 0; }
+};
+
 struct Image {
     int width = 0, height = 0;
     int bitsPerSample = 16;          // of the source file: 8 or 16
@@ -15,6 +24,7 @@ struct Image {
     std::vector<uint16_t> rgbx;      // width*height*4 samples, R G B X, full scale 65535, X = 65535
     std::vector<uint16_t> alpha;     // width*height alpha samples (16-bit scale) when the source had alpha, else empty
     std::vector<uint8_t> icc;        // embedded ICC profile, empty if none
+    Resolution resolution;           // of the source, written back to every format
 };
 
 }  // namespace murmex_app

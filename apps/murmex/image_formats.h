@@ -5,8 +5,10 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "image.h"
+#include "image_io.h"
 
 namespace murmex_app::detail {
 
@@ -28,10 +30,10 @@ SourceKind detectSource(const std::string& path);
 // give TiffMaybeCameraRaw; none give Tiff (also when libtiff cannot open it).
 SourceKind tiffRawMarks(const std::string& path);
 
-Image readTiff(const std::string& path);
-Image readPng(const std::string& path);
-Image readJpeg(const std::string& path);
-Image readCameraRaw(const std::string& path);
+Image readTiff(const std::string& path, const ReadLimits& limits);
+Image readPng(const std::string& path, const ReadLimits& limits);
+Image readJpeg(const std::string& path, const ReadLimits& limits);
+Image readCameraRaw(const std::string& path, const ReadLimits& limits);
 
 void writeTiff(const std::string& path, const Image& image);
 void writePng(const std::string& path, const Image& image);
@@ -46,17 +48,42 @@ struct TiffShape {
 };
 bool readTiffShape(const std::string& path, TiffShape& shape);
 
-// Sizes the sample buffers of `image` for width x height pixels of a source
-// with `channels` channels (1 grey, 2 grey+alpha, 3 RGB, 4 RGBA); refuses
-// empty or absurdly large sizes.
-void allocate(Image& image, const std::string& path, int width, int height, int channels, int bitsPerSample);
+// Refuses a claimed size of no pixels or above the limit. Readers call it
+// before they allocate anything for the image.
+void checkClaimedSize(const std::string& path, long long width, long long height, const ReadLimits& limits);
+
+// Refuses a file that is too small for the samples its header claims:
+// rawBytes of samples compressed at most maxRatio to one need at least
+// rawBytes / maxRatio bytes of file.
+void checkFileCanHold(const std::string& path, double rawBytes, double maxRatio);
+
+// Starts `image` as width x height pixels of a source with `channels`
+// channels (1 grey, 2 grey+alpha, 3 RGB, 4 RGBA) after checkClaimedSize.
+// The sample buffers start empty and grow as storeRow stores rows.
+void allocate(Image& image, const std::string& path, int width, int height, int channels, int bitsPerSample,
+              const ReadLimits& limits);
+
+// Grows a buffer of `perRow` samples a row to hold `rows` rows (new samples
+// full scale), its capacity doubling up to totalRows rows so that the rows
+// already read are not copied over and over.
+void growTo(std::vector<uint16_t>& v, size_t perRow, size_t rows, size_t totalRows);
 
 // Stores row y from `channels` interleaved 16-bit samples per pixel: grey is
-// copied to R, G and B, alpha goes aside, X is full scale.
+// copied to R, G and B, alpha goes aside (when the source has alpha), X is
+// full scale. The buffers grow to hold rows 0..y.
 void storeRow(Image& image, int y, const uint16_t* samples, int channels);
 
 // The same for 8-bit samples, each scaled to 16 bits by v * 257.
 void storeRow8(Image& image, int y, const uint8_t* samples, int channels);
+
+// The samples per pixel a writer stores: one grey sample for grey sources
+// (their ICC profile describes grey), else R, G, B; plus alpha when present.
+int outputChannels(const Image& image);
+
+// Row y as a writer stores it, outputChannels(image) samples per pixel. A
+// grey source's sample is the mean of R, G and B (rounded), which after
+// denoising may differ slightly from each other.
+void packRow(const Image& image, int y, uint16_t* row);
 
 // The text with line breaks turned into spaces and the ends trimmed: the
 // libraries' own messages may span lines, the application's errors do not.

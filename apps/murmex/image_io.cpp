@@ -2,6 +2,9 @@
 
 #include "image_io.h"
 
+#include <sys/stat.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -9,6 +12,7 @@
 #include <new>
 
 #include "app_error.h"
+#include "file_errors.h"
 #include "image_formats.h"
 
 namespace murmex_app {
@@ -26,36 +30,78 @@ bool hasRawMarkAfterTiffHeader(const unsigned char* head, size_t n)
 
 }  // namespace
 
-// Limits what a lying header can make the reader allocate: 2^28 pixels are
-// 2 GiB of 16-bit RGBX samples, far beyond any camera.
-constexpr long long kMaxPixels = 1LL << 28;
-
-void allocate(Image& image, const std::string& path, int width, int height, int channels, int bitsPerSample)
+void checkClaimedSize(const std::string& path, long long width, long long height, const ReadLimits& limits)
 {
     if (width <= 0 || height <= 0)
         readFailed(path, "the image has no pixels");
-    if (static_cast<long long>(width) * height > kMaxPixels)
-        readFailed(path, "the image is too large (" + std::to_string(width) + " x " + std::to_string(height) + ")");
-    const size_t pixels = static_cast<size_t>(width) * static_cast<size_t>(height);
+    const double megapixels = static_cast<double>(width) * static_cast<double>(height) / 1e6;
+    if (megapixels > limits.maxMegapixels || width > std::numeric_limits<int>::max() ||
+        height > std::numeric_limits<int>::max()) {
+        char text[160];
+        std::snprintf(text, sizeof text, "the image is %lld x %lld pixels (%.4g megapixels), more than the limit of %g megapixels (--max-megapixels)",
+                      width, height, megapixels, limits.maxMegapixels);
+        readFailed(path, text);
+    }
+}
+
+void checkFileCanHold(const std::string& path, double rawBytes, double maxRatio)
+{
+    struct stat st;
+    if (stat(path.c_str(), &st) != 0 || maxRatio <= 0)
+        return;
+    if (static_cast<double>(st.st_size) * maxRatio < rawBytes)
+        readFailed(path, "truncated file (" + std::to_string(st.st_size) +
+                             " bytes cannot hold the image its header claims)");
+}
+
+void allocate(Image& image, const std::string& path, int width, int height, int channels, int bitsPerSample,
+              const ReadLimits& limits)
+{
+    checkClaimedSize(path, width, height, limits);
     image.width = width;
     image.height = height;
     image.sourceChannels = channels;
     image.bitsPerSample = bitsPerSample;
-    try {
-        image.rgbx.assign(pixels * 4, 65535);
-        image.alpha.clear();
-        if (channels == 2 || channels == 4)
-            image.alpha.assign(pixels, 65535);
-    } catch (const std::bad_alloc&) {
-        readFailed(path, "not enough memory for a " + std::to_string(width) + " x " + std::to_string(height) + " image");
-    }
+    image.rgbx.clear();
+    image.alpha.clear();
 }
+
+void growTo(std::vector<uint16_t>& v, size_t perRow, size_t rows, size_t totalRows)
+{
+    const size_t need = perRow * rows;
+    if (v.size() >= need)
+        return;
+    if (v.capacity() < need)
+        v.reserve(std::min(perRow * totalRows, std::max(need, v.capacity() * 2)));
+    v.resize(need, 65535);
+}
+
+namespace {
+
+bool hasAlpha(const Image& image)
+{
+    return image.sourceChannels == 2 || image.sourceChannels == 4;
+}
+
+// Makes room for rows 0..y and returns the sample pointers of row y.
+void rowPointers(Image& image, int y, uint16_t*& out, uint16_t*& alpha)
+{
+    const size_t w = static_cast<size_t>(image.width);
+    growTo(image.rgbx, w * 4, static_cast<size_t>(y) + 1, static_cast<size_t>(image.height));
+    if (hasAlpha(image))
+        growTo(image.alpha, w, static_cast<size_t>(y) + 1, static_cast<size_t>(image.height));
+    out = image.rgbx.data() + static_cast<size_t>(y) * w * 4;
+    alpha = hasAlpha(image) ? image.alpha.data() + static_cast<size_t>(y) * w : nullptr;
+}
+
+}  // namespace
 
 void storeRow(Image& image, int y, const uint16_t* samples, int channels)
 {
     const size_t w = static_cast<size_t>(image.width);
-    uint16_t* out = image.rgbx.data() + static_cast<size_t>(y) * w * 4;
-    uint16_t* alpha = image.alpha.empty() ? nullptr : image.alpha.data() + static_cast<size_t>(y) * w;
+    uint16_t* out;
+    uint16_t* alpha;
+    rowPointers(image, y, out, alpha);
     for (size_t x = 0; x < w; ++x, out += 4, samples += channels) {
         if (channels <= 2) {
             out[0] = out[1] = out[2] = samples[0];
@@ -73,8 +119,9 @@ void storeRow(Image& image, int y, const uint16_t* samples, int channels)
 void storeRow8(Image& image, int y, const uint8_t* samples, int channels)
 {
     const size_t w = static_cast<size_t>(image.width);
-    uint16_t* out = image.rgbx.data() + static_cast<size_t>(y) * w * 4;
-    uint16_t* alpha = image.alpha.empty() ? nullptr : image.alpha.data() + static_cast<size_t>(y) * w;
+    uint16_t* out;
+    uint16_t* alpha;
+    rowPointers(image, y, out, alpha);
     for (size_t x = 0; x < w; ++x, out += 4, samples += channels) {
         if (channels <= 2) {
             out[0] = out[1] = out[2] = static_cast<uint16_t>(samples[0] * 257);
@@ -86,6 +133,32 @@ void storeRow8(Image& image, int y, const uint8_t* samples, int channels)
         out[3] = 65535;
         if (alpha && (channels == 2 || channels == 4))
             alpha[x] = static_cast<uint16_t>(samples[channels - 1] * 257);
+    }
+}
+
+int outputChannels(const Image& image)
+{
+    const bool grey = image.sourceChannels == 1 || image.sourceChannels == 2;
+    return (grey ? 1 : 3) + (image.alpha.empty() ? 0 : 1);
+}
+
+void packRow(const Image& image, int y, uint16_t* row)
+{
+    const size_t w = static_cast<size_t>(image.width);
+    const int channels = outputChannels(image);
+    const uint16_t* in = image.rgbx.data() + static_cast<size_t>(y) * w * 4;
+    const uint16_t* a = image.alpha.empty() ? nullptr : image.alpha.data() + static_cast<size_t>(y) * w;
+    const bool grey = channels - (a ? 1 : 0) == 1;
+    for (size_t x = 0; x < w; ++x, in += 4, row += channels) {
+        if (grey) {
+            row[0] = static_cast<uint16_t>((static_cast<uint32_t>(in[0]) + in[1] + in[2] + 1) / 3);
+        } else {
+            row[0] = in[0];
+            row[1] = in[1];
+            row[2] = in[2];
+        }
+        if (a)
+            row[channels - 1] = a[x];
     }
 }
 
@@ -108,6 +181,10 @@ void readFailed(const std::string& path, const std::string& reason)
 
 void writeFailed(const std::string& path, const std::string& reason)
 {
+    // The libraries word a full disk in their own ways ("IO error writing
+    // tag data"); the free space says what happened.
+    if (deviceFull(path))
+        throw AppError("cannot write " + path + ": " + errnoText(ENOSPC));
     throw AppError(oneLine("cannot write " + path + ": " + reason));
 }
 
@@ -121,10 +198,15 @@ SourceKind detectSource(const std::string& path)
 {
     FILE* f = std::fopen(path.c_str(), "rb");
     if (!f)
-        readFailed(path, std::strerror(errno));
+        readFailed(path, errnoText(errno));
     unsigned char head[16] = {};
     const size_t n = std::fread(head, 1, sizeof head, f);
+    const int readError = std::ferror(f) ? errno : 0;
     std::fclose(f);
+    if (readError)
+        readFailed(path, errnoText(readError));
+    if (n == 0)
+        readFailed(path, "empty file");
     static const unsigned char png[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
     if (n >= 8 && std::memcmp(head, png, 8) == 0)
         return SourceKind::Png;
@@ -139,24 +221,26 @@ SourceKind detectSource(const std::string& path)
 
 }  // namespace detail
 
-Image readImage(const std::string& path)
+namespace {
+
+Image readByKind(const std::string& path, const ReadLimits& limits)
 {
     switch (detail::detectSource(path)) {
     case detail::SourceKind::Png:
-        return detail::readPng(path);
+        return detail::readPng(path, limits);
     case detail::SourceKind::Jpeg:
-        return detail::readJpeg(path);
+        return detail::readJpeg(path, limits);
     case detail::SourceKind::Tiff:
-        return detail::readTiff(path);
+        return detail::readTiff(path, limits);
     case detail::SourceKind::TiffMaybeCameraRaw:
         // Not understood by the raw decoder, it may still be an ordinary
         // TIFF with extra directories. The raw decoder's complaint is the
         // one reported when libtiff cannot read it either.
         try {
-            return detail::readCameraRaw(path);
+            return detail::readCameraRaw(path, limits);
         } catch (const AppError& rawError) {
             try {
-                return detail::readTiff(path);
+                return detail::readTiff(path, limits);
             } catch (const AppError&) {
                 throw rawError;
             }
@@ -165,7 +249,24 @@ Image readImage(const std::string& path)
     case detail::SourceKind::CameraRaw:
         break;
     }
-    return detail::readCameraRaw(path);
+    return detail::readCameraRaw(path, limits);
+}
+
+}  // namespace
+
+Image readImage(const std::string& path, const ReadLimits& limits)
+{
+    Image image;
+    try {
+        image = readByKind(path, limits);
+    } catch (const std::bad_alloc&) {
+        detail::readFailed(path, "not enough memory");
+    }
+    // Every reader stores rows in order; one that stopped early without
+    // saying why has met the end of the data.
+    if (image.rgbx.size() != static_cast<size_t>(image.width) * static_cast<size_t>(image.height) * 4)
+        detail::readFailed(path, "truncated file");
+    return image;
 }
 
 ImageFormat formatForPath(const std::string& path)

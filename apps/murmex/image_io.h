@@ -10,10 +10,19 @@ namespace murmex_app {
 
 enum class ImageFormat { Tiff, Png, Jpeg };
 
+// What a reader may be asked to hold. A file whose header claims more is
+// refused before anything is allocated for it.
+struct ReadLimits {
+    static constexpr double kDefaultMaxMegapixels = 1000;
+    double maxMegapixels = kDefaultMaxMegapixels;
+};
+
 // Reads TIFF, PNG or JPEG by content (magic bytes), otherwise tries LibRaw (camera raw, demosaiced to 16-bit sRGB).
 // Grey becomes R = G = B; alpha is kept aside in Image::alpha and written back when the output format can hold it.
-// 8-bit samples are scaled to 16 bits by v * 257. Throws AppError naming the file on any failure.
-Image readImage(const std::string& path);
+// 8-bit samples are scaled to 16 bits by v * 257. Images above limits.maxMegapixels, and files too small for the
+// image their header claims, are refused before the pixels are allocated; the sample buffers grow as rows decode.
+// Throws AppError naming the file on any failure.
+Image readImage(const std::string& path, const ReadLimits& limits = {});
 
 // The output format from the file name's extension (.tif/.tiff, .png, .jpg/.jpeg, case-insensitive); throws AppError otherwise.
 ImageFormat formatForPath(const std::string& path);

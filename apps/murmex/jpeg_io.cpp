@@ -8,6 +8,7 @@
 // caller.
 
 #include <cerrno>
+#include <cmath>
 #include <csetjmp>
 #include <cstdio>
 #include <cstdlib>
@@ -18,6 +19,7 @@
 #include <jerror.h>
 
 #include "app_error.h"
+#include "file_errors.h"
 #include "image_formats.h"
 
 namespace murmex_app::detail {
@@ -28,7 +30,8 @@ struct JpegErrors {
     jpeg_error_mgr mgr;
     std::jmp_buf jump;
     char message[JMSG_LENGTH_MAX] = "";
-    bool truncated = false;
+    // Set by a warning that the image data is cut off or damaged.
+    const char* damage = nullptr;
 };
 
 [[noreturn]] void jpegErrorExit(j_common_ptr cinfo)
@@ -38,14 +41,33 @@ struct JpegErrors {
     std::longjmp(errors->jump, 1);
 }
 
-// Warnings are silent, except that data ending early is remembered: libjpeg
-// then fills the rest with grey and carries on, but a cut-off file is an
-// error here.
+// What a warning says about the image data, or null for the warnings that
+// leave the pixels whole (an unknown JFIF revision, a bad ICC marker and the
+// like). libjpeg carries on after data that ends early or does not decode,
+// filling the rest with grey; for a photo tool that is a damaged input.
+const char* damageOf(int code)
+{
+    switch (code) {
+    case JWRN_JPEG_EOF:
+    case JWRN_HIT_MARKER:
+        return "truncated file";
+    case JWRN_HUFF_BAD_CODE:
+    case JWRN_MUST_RESYNC:
+    case JWRN_BOGUS_PROGRESSION:
+    case JWRN_NOT_SEQUENTIAL:
+        return "damaged file (the image data does not decode)";
+    default:
+        return nullptr;
+    }
+}
+
+// Warnings are silent, except that the first one about damaged image data
+// is remembered, to fail the read once libjpeg is done.
 void jpegEmitMessage(j_common_ptr cinfo, int level)
 {
     auto* errors = reinterpret_cast<JpegErrors*>(cinfo->err);
-    if (level < 0 && cinfo->err->msg_code == JWRN_JPEG_EOF)
-        errors->truncated = true;
+    if (level < 0 && !errors->damage)
+        errors->damage = damageOf(cinfo->err->msg_code);
 }
 
 void initErrors(JpegErrors& errors)
@@ -69,9 +91,9 @@ struct JpegRead {
     }
 };
 
-// Creates the decoder, reads the header and the ICC profile, and starts
-// decompression to 8-bit grey or RGB; false after a libjpeg error.
-bool jpegStart(JpegRead& r, std::vector<uint8_t>& icc, bool& cmyk)
+// Creates the decoder and reads the header and the ICC profile; false after
+// a libjpeg error.
+bool jpegReadHeader(JpegRead& r, std::vector<uint8_t>& icc)
 {
     if (setjmp(r.errors.jump))
         return false;
@@ -86,13 +108,28 @@ bool jpegStart(JpegRead& r, std::vector<uint8_t>& icc, bool& cmyk)
         icc.assign(profile, profile + profileLength);
         std::free(profile);
     }
-    if (r.cinfo.jpeg_color_space == JCS_CMYK || r.cinfo.jpeg_color_space == JCS_YCCK) {
-        cmyk = true;
-        return true;
-    }
+    return true;
+}
+
+// Starts decompression to 8-bit grey or RGB; false after a libjpeg error.
+bool jpegStart(JpegRead& r)
+{
+    if (setjmp(r.errors.jump))
+        return false;
     r.cinfo.out_color_space = r.cinfo.num_components == 1 ? JCS_GRAYSCALE : JCS_RGB;
     jpeg_start_decompress(&r.cinfo);
     return true;
+}
+
+// The least a Huffman-coded file holds: every 8 x 8 block of every
+// component codes at least its DC difference, one bit or more. (Arithmetic
+// coding has no such floor.)
+double minimumHuffmanBytes(const jpeg_decompress_struct& cinfo)
+{
+    double blocks = 0;
+    for (int c = 0; c < cinfo.num_components; ++c)
+        blocks += static_cast<double>(cinfo.comp_info[c].width_in_blocks) * cinfo.comp_info[c].height_in_blocks;
+    return blocks / 8;
 }
 
 bool jpegReadRows(JpegRead& r, std::vector<JSAMPLE>& row, Image& image, int channels)
@@ -102,8 +139,8 @@ bool jpegReadRows(JpegRead& r, std::vector<JSAMPLE>& row, Image& image, int chan
     while (r.cinfo.output_scanline < r.cinfo.output_height) {
         JSAMPROW rows[1] = {row.data()};
         const int y = static_cast<int>(r.cinfo.output_scanline);
-        if (jpeg_read_scanlines(&r.cinfo, rows, 1) != 1)
-            break;
+        if (jpeg_read_scanlines(&r.cinfo, rows, 1) != 1 || r.errors.damage)
+            return true;
         storeRow8(image, y, row.data(), channels);
     }
     jpeg_finish_decompress(&r.cinfo);
@@ -124,7 +161,24 @@ struct JpegWrite {
     }
 };
 
-bool jpegCompress(JpegWrite& w, const Image& image, int quality, std::vector<JSAMPLE>& row)
+// JFIF keeps whole numbers up to 65535: centimetres become dots per inch
+// when that keeps more of the value (118.11 per cm is 300 per inch).
+void setJfifDensity(jpeg_compress_struct& cinfo, const Resolution& r)
+{
+    if (!r.present())
+        return;
+    const bool metric = r.unit == Resolution::Centimetre;
+    const double scale = metric ? 2.54 : 1;
+    const double x = std::round(r.x * scale), y = std::round(r.y * scale);
+    if (x < 1 || y < 1 || x > 65535 || y > 65535)
+        return;
+    cinfo.write_JFIF_header = TRUE;
+    cinfo.density_unit = static_cast<UINT8>(r.unit == Resolution::None ? 0 : 1);
+    cinfo.X_density = static_cast<UINT16>(x);
+    cinfo.Y_density = static_cast<UINT16>(y);
+}
+
+bool jpegCompress(JpegWrite& w, const Image& image, int quality, std::vector<JSAMPLE>& row, std::vector<uint16_t>& wide)
 {
     if (setjmp(w.errors.jump))
         return false;
@@ -133,10 +187,13 @@ bool jpegCompress(JpegWrite& w, const Image& image, int quality, std::vector<JSA
     jpeg_stdio_dest(&w.cinfo, w.file);
     w.cinfo.image_width = static_cast<JDIMENSION>(image.width);
     w.cinfo.image_height = static_cast<JDIMENSION>(image.height);
-    w.cinfo.input_components = 3;
-    w.cinfo.in_color_space = JCS_RGB;
+    // JPEG has no alpha: a grey source is one component, else three.
+    const int components = outputChannels(image) - (image.alpha.empty() ? 0 : 1);
+    w.cinfo.input_components = components;
+    w.cinfo.in_color_space = components == 1 ? JCS_GRAYSCALE : JCS_RGB;
     jpeg_set_defaults(&w.cinfo);
     jpeg_set_quality(&w.cinfo, quality, TRUE);
+    setJfifDensity(w.cinfo, image.resolution);
     // At high qualities the colour detail is worth keeping at full
     // resolution: no chroma subsampling from 90 up.
     if (quality >= 90)
@@ -146,13 +203,14 @@ bool jpegCompress(JpegWrite& w, const Image& image, int quality, std::vector<JSA
     if (!image.icc.empty())
         jpeg_write_icc_profile(&w.cinfo, image.icc.data(), static_cast<unsigned int>(image.icc.size()));
     const size_t width = static_cast<size_t>(image.width);
+    const int channels = outputChannels(image);
     while (w.cinfo.next_scanline < w.cinfo.image_height) {
-        const uint16_t* in = image.rgbx.data() + static_cast<size_t>(w.cinfo.next_scanline) * width * 4;
+        packRow(image, static_cast<int>(w.cinfo.next_scanline), wide.data());
         for (size_t x = 0; x < width; ++x)
-            for (int c = 0; c < 3; ++c)
+            for (int c = 0; c < components; ++c)
                 // Nearest 8-bit value: v * 255 / 65535 rounded, which is
                 // (v + 128) / 257 for every 16-bit v.
-                row[x * 3 + c] = static_cast<JSAMPLE>((in[x * 4 + c] + 128) / 257);
+                row[x * components + c] = static_cast<JSAMPLE>((wide[x * channels + c] + 128) / 257);
         JSAMPROW rows[1] = {row.data()};
         jpeg_write_scanlines(&w.cinfo, rows, 1);
     }
@@ -162,29 +220,47 @@ bool jpegCompress(JpegWrite& w, const Image& image, int quality, std::vector<JSA
 
 }  // namespace
 
-Image readJpeg(const std::string& path)
+Image readJpeg(const std::string& path, const ReadLimits& limits)
 {
     JpegRead r;
     r.file = std::fopen(path.c_str(), "rb");
     if (!r.file)
-        readFailed(path, std::strerror(errno));
+        readFailed(path, errnoText(errno));
     r.cinfo.err = &r.errors.mgr;
     initErrors(r.errors);
     Image image;
-    bool cmyk = false;
-    if (!jpegStart(r, image.icc, cmyk))
+    if (!jpegReadHeader(r, image.icc))
         readFailed(path, r.errors.message);
-    if (cmyk)
+    if (r.cinfo.jpeg_color_space == JCS_CMYK || r.cinfo.jpeg_color_space == JCS_YCCK)
         readFailed(path, "CMYK JPEG files are not supported");
+    // A unitless 1:1 density says only that pixels are square: no resolution.
+    const bool squareOnly = r.cinfo.density_unit == 0 && r.cinfo.X_density == r.cinfo.Y_density;
+    if (r.cinfo.saw_JFIF_marker && r.cinfo.X_density > 0 && r.cinfo.Y_density > 0 && !squareOnly) {
+        image.resolution.x = r.cinfo.X_density;
+        image.resolution.y = r.cinfo.Y_density;
+        image.resolution.unit = r.cinfo.density_unit == 1   ? Resolution::Inch
+                                : r.cinfo.density_unit == 2 ? Resolution::Centimetre
+                                                            : Resolution::None;
+    }
+    // Before decompression starts: for progressive files it allocates the
+    // coefficients of the whole image.
+    checkClaimedSize(path, r.cinfo.image_width, r.cinfo.image_height, limits);
+    if (!r.cinfo.arith_code)
+        checkFileCanHold(path, minimumHuffmanBytes(r.cinfo), 1);
+    if (!jpegStart(r))
+        readFailed(path, r.errors.message);
     const int channels = static_cast<int>(r.cinfo.output_components);
     if (channels != 1 && channels != 3)
         readFailed(path, "unsupported JPEG layout");
-    allocate(image, path, static_cast<int>(r.cinfo.output_width), static_cast<int>(r.cinfo.output_height), channels, 8);
+    allocate(image, path, static_cast<int>(r.cinfo.output_width), static_cast<int>(r.cinfo.output_height), channels, 8,
+             limits);
     std::vector<JSAMPLE> row(static_cast<size_t>(r.cinfo.output_width) * channels);
     if (!jpegReadRows(r, row, image, channels))
         readFailed(path, r.errors.message);
-    if (r.errors.truncated || r.cinfo.output_scanline < r.cinfo.output_height)
-        readFailed(path, "the file is truncated");
+    if (r.errors.damage)
+        readFailed(path, r.errors.damage);
+    if (r.cinfo.output_scanline < r.cinfo.output_height)
+        readFailed(path, "truncated file");
     return image;
 }
 
@@ -195,18 +271,19 @@ void writeJpeg(const std::string& path, const Image& image, int quality)
         JpegWrite w;
         w.file = std::fopen(path.c_str(), "wb");
         if (!w.file)
-            writeFailed(path, std::strerror(errno));
+            writeFailed(path, errnoText(errno));
         guard.arm();
         w.cinfo.err = &w.errors.mgr;
         initErrors(w.errors);
         std::vector<JSAMPLE> row(static_cast<size_t>(image.width) * 3);
-        if (!jpegCompress(w, image, quality, row))
+        std::vector<uint16_t> wide(static_cast<size_t>(image.width) * outputChannels(image));
+        if (!jpegCompress(w, image, quality, row, wide))
             writeFailed(path, w.errors.message);
         FILE* f = w.file;
         w.file = nullptr;
         const bool flushed = std::fflush(f) == 0 && !std::ferror(f);
         if (std::fclose(f) != 0 || !flushed)
-            writeFailed(path, std::strerror(errno));
+            writeFailed(path, errnoText(errno));
     }
     guard.commit();
 }

@@ -12,6 +12,7 @@
 #include <exiv2/exiv2.hpp>
 
 #include "app_error.h"
+#include "file_errors.h"
 #include "image_formats.h"
 
 namespace murmex_app {
@@ -85,7 +86,7 @@ std::unique_ptr<Exiv2::Image> openForMetadata(const std::string& path)
     if (FILE* f = std::fopen(path.c_str(), "rb"))
         std::fclose(f);
     else
-        throw AppError("cannot read " + path + ": " + std::strerror(errno));
+        throw AppError("cannot read " + path + ": " + errnoText(errno));
     std::unique_ptr<Exiv2::Image> image;
     try {
         image.reset(Exiv2::ImageFactory::open(path).release());
@@ -162,6 +163,35 @@ CameraInfo readCameraInfo(const std::string& path)
     return cameraFromExif({[&](const char* key) { return exifText(exif, key); },
                            [&](const char* key) { return exifInt(exif, key); },
                            [&](const char* key) { return exifFloat(exif, key); }});
+}
+
+// The largest XMP packet that one JPEG APP1 segment holds after its
+// "http://ns.adobe.com/xap/1.0/" name.
+constexpr size_t kJpegXmpLimit = 0xffff - 2 - 29;
+
+void checkMetadataFits(const std::string& from, const std::string& to, ImageFormat format)
+{
+    if (format != ImageFormat::Jpeg)
+        return;
+    std::unique_ptr<Exiv2::Image> source;
+    try {
+        source = openForMetadata(from);
+    } catch (const AppError&) {
+        return;
+    }
+    if (!source || source->xmpData().empty())
+        return;
+    std::string packet;
+    try {
+        Exiv2::XmpParser::encode(packet, source->xmpData(),
+                                 Exiv2::XmpParser::useCompactFormat | Exiv2::XmpParser::omitAllFormatting);
+    } catch (const std::exception&) {
+        return;
+    }
+    if (packet.size() > kJpegXmpLimit)
+        throw AppError("cannot write " + to + ": the XMP metadata of " + from + " (" + std::to_string(packet.size()) +
+                       " bytes) does not fit in a JPEG file (at most " + std::to_string(kJpegXmpLimit) +
+                       "); write TIFF or PNG");
 }
 
 void copyMetadata(const std::string& from, const std::string& to)

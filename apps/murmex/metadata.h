@@ -6,11 +6,17 @@
 
 #include "app_error.h"
 #include "host/camera_info.h"
+#include "image_io.h"
 
 namespace murmex_app {
 
 // Exiv2; an image without EXIF gives all-empty; throws AppError only for unreadable files.
 CameraInfo readCameraInfo(const std::string& path);
+
+// Throws AppError "cannot write <to>: ..." when the metadata of `from` cannot
+// go into a file of `format` (XMP larger than one JPEG segment), so that the
+// caller can refuse before any work is done. Unreadable metadata passes.
+void checkMetadataFits(const std::string& from, const std::string& to, ImageFormat format);
 
 // Copies EXIF and XMP from `from` into the already written file `to` (Exiv2), fixing up dimensions/orientation tags that no longer hold. Missing metadata is not an error.
 void copyMetadata(const std::string& from, const std::string& to);

@@ -25,6 +25,7 @@ struct ProfileOptions {
     std::string library;
     CLI::Option* libraryOption = nullptr;
     bool relaxed = false;
+    ReadLimits limits;
     OutputOptions output_;
 };
 
@@ -36,7 +37,7 @@ void runProfile(const ProfileOptions& o)
         throw UsageError("give either -o FILE.dnp or --library");
 
     Progress progress(Progress::modeFor(o.output_.quiet), displayName(o.input));
-    const Image image = readImage(o.input);
+    const Image image = readImage(o.input, o.limits);
     CameraInfo camera;
     try {
         camera = readCameraInfo(o.input);
@@ -93,6 +94,7 @@ CommandRunner addProfileCommand(CLI::App& app)
                            ->expected(0, 1)
                            ->excludes(out);
     sub->add_flag("--relaxed", o->relaxed, "accept less uniform patches (for photos with few flat areas)");
+    addReadLimits(*sub, o->limits);
     o->output_.addTo(*sub);
     return [o] { runProfile(*o); };
 }

@@ -4,12 +4,14 @@
 
 #include <libraw/libraw.h>
 
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <memory>
 #include <new>
 
 #include "app_error.h"
+#include "file_errors.h"
 #include "image_formats.h"
 
 namespace murmex_app::detail {
@@ -20,9 +22,21 @@ struct ProcessedImageFree {
     void operator()(libraw_processed_image_t* p) const { LibRaw::dcraw_clear_mem(p); }
 };
 
+// The decoder's failure in the program's words: its input/output error
+// after a successful open means the data ends early.
+std::string rawFailure(int rc)
+{
+    if (rc == LIBRAW_IO_ERROR)
+        return "truncated file";
+    std::string text = libraw_strerror(rc);
+    if (!text.empty())
+        text[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));
+    return text;
+}
+
 }  // namespace
 
-Image readCameraRaw(const std::string& path)
+Image readCameraRaw(const std::string& path, const ReadLimits& limits)
 {
     std::unique_ptr<LibRaw> raw;
     try {
@@ -44,22 +58,23 @@ Image readCameraRaw(const std::string& path)
     if (rc == LIBRAW_FILE_UNSUPPORTED)
         readFailed(path, "not a TIFF, PNG, JPEG or camera raw file");
     if (rc == LIBRAW_IO_ERROR && errno != 0)
-        readFailed(path, std::strerror(errno));
+        readFailed(path, errnoText(errno));
     if (rc != LIBRAW_SUCCESS)
-        readFailed(path, libraw_strerror(rc));
+        readFailed(path, rawFailure(rc));
+    checkClaimedSize(path, raw->imgdata.sizes.width, raw->imgdata.sizes.height, limits);
     if ((rc = raw->unpack()) != LIBRAW_SUCCESS)
-        readFailed(path, libraw_strerror(rc));
+        readFailed(path, rawFailure(rc));
     if ((rc = raw->dcraw_process()) != LIBRAW_SUCCESS)
-        readFailed(path, libraw_strerror(rc));
+        readFailed(path, rawFailure(rc));
     std::unique_ptr<libraw_processed_image_t, ProcessedImageFree> out(raw->dcraw_make_mem_image(&rc));
     if (!out || rc != LIBRAW_SUCCESS)
-        readFailed(path, libraw_strerror(rc));
+        readFailed(path, rawFailure(rc));
     if (out->type != LIBRAW_IMAGE_BITMAP || out->bits != 16 || (out->colors != 3 && out->colors != 1))
         readFailed(path, "the raw decoder gave an unexpected image layout");
 
     Image image;
     const int channels = out->colors;
-    allocate(image, path, out->width, out->height, channels == 1 ? 1 : 3, 16);
+    allocate(image, path, out->width, out->height, channels == 1 ? 1 : 3, 16, limits);
     // The decoder's samples are 16-bit in host order, rows packed.
     const auto* samples = reinterpret_cast<const uint16_t*>(out->data);
     const size_t rowSamples = static_cast<size_t>(out->width) * channels;

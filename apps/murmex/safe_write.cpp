@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "app_error.h"
+#include "file_errors.h"
 
 namespace murmex_app {
 
@@ -29,7 +30,7 @@ TempOutput::TempOutput(const std::string& target) : target_(target)
     buf.push_back('\0');
     const int fd = mkstemp(buf.data());
     if (fd < 0)
-        throw AppError("cannot write " + target + ": " + std::strerror(errno));
+        throw AppError("cannot write " + target + ": " + errnoText(errno));
     close(fd);
     path_ = buf.data();
 }
@@ -38,6 +39,17 @@ TempOutput::~TempOutput()
 {
     if (!committed_ && !path_.empty())
         std::remove(path_.c_str());
+}
+
+void TempOutput::write(const std::function<void(const std::string& path)>& writer)
+{
+    try {
+        writer(path_);
+    } catch (const AppError& e) {
+        if (deviceFull(path_))
+            throw AppError("cannot write " + target_ + ": " + errnoText(ENOSPC));
+        throw AppError(replaceAll(e.what(), path_, target_));
+    }
 }
 
 void TempOutput::commit()
@@ -53,7 +65,7 @@ void TempOutput::commit()
     }
     chmod(path_.c_str(), mode);
     if (std::rename(path_.c_str(), target_.c_str()) != 0)
-        throw AppError("cannot write " + target_ + ": " + std::strerror(errno));
+        throw AppError("cannot write " + target_ + ": " + errnoText(errno));
     committed_ = true;
 }
 

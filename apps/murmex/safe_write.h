@@ -3,6 +3,7 @@
 // never leaves a partial file under the target's name.
 #pragma once
 
+#include <functional>
 #include <string>
 
 namespace murmex_app {
@@ -19,6 +20,10 @@ public:
 
     const std::string& path() const { return path_; }
     const std::string& target() const { return target_; }
+
+    // Runs writer(path()) and rethrows its AppError naming the target
+    // instead of the temporary file, and saying so when the device is full.
+    void write(const std::function<void(const std::string& path)>& writer);
 
     // Gives the temporary file the target's permissions (those of an existing
     // target, else the usual ones for a new file under the umask) and renames

@@ -3,8 +3,11 @@
 // layouts (palette, YCbCr, CMYK, fewer bits) through libtiff's RGBA
 // conversion. Written as 16-bit RGB or RGBA, deflate-compressed.
 
+#include <sys/stat.h>
 #include <tiffio.h>
 
+#include <cerrno>
+#include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -15,6 +18,7 @@
 #include <vector>
 
 #include "app_error.h"
+#include "file_errors.h"
 #include "image_formats.h"
 
 namespace murmex_app::detail {
@@ -51,13 +55,34 @@ struct TiffCloser {
 };
 using TiffPtr = std::unique_ptr<TIFF, TiffCloser>;
 
+// Why the image data of an open TIFF cannot be read, without libtiff's
+// internals (strip numbers, byte counts): a strip or tile that lies past the
+// end of the file means a truncated file, anything else damaged data.
+std::string dataFailure(TIFF* tif, const std::string& path)
+{
+    struct stat st;
+    if (stat(path.c_str(), &st) == 0) {
+        const uint32_t striles = TIFFIsTiled(tif) ? TIFFNumberOfTiles(tif) : TIFFNumberOfStrips(tif);
+        for (uint32_t i = 0; i < striles; ++i) {
+            int err = 0;
+            const uint64_t offset = TIFFGetStrileOffsetWithErr(tif, i, &err);
+            const uint64_t bytes = TIFFGetStrileByteCountWithErr(tif, i, &err);
+            if (err || offset > static_cast<uint64_t>(st.st_size) || bytes > static_cast<uint64_t>(st.st_size) - offset)
+                return "truncated file";
+        }
+    }
+    return "damaged file (the image data does not decode)";
+}
+
 // Reads all samples of the first directory as 16-bit values, `spp` per pixel
 // interleaved, whatever the storage (strips or tiles, one plane or several).
 void readSamples(TIFF* tif, const std::string& path, uint32_t width, uint32_t height, uint16_t spp, uint16_t bps,
                  bool separate, std::vector<uint16_t>& out)
 {
     const size_t w = width, h = height;
-    out.assign(w * h * spp, 0);
+    out.clear();
+    // The buffer grows with the rows of the first plane that decode.
+    auto reach = [&](size_t rows) { growTo(out, w * spp, std::min(rows, h), h); };
     const int planes = separate ? spp : 1;
     const int perPixel = separate ? 1 : spp;
     auto put = [&](const unsigned char* src, size_t x0, size_t y, size_t count, int plane) {
@@ -87,8 +112,9 @@ void readSamples(TIFF* tif, const std::string& path, uint32_t width, uint32_t he
         for (int plane = 0; plane < planes; ++plane)
             for (uint32_t ty = 0; ty < height; ty += th)
                 for (uint32_t tx = 0; tx < width; tx += tw) {
+                    reach(static_cast<size_t>(ty) + th);
                     if (TIFFReadTile(tif, tile.data(), tx, ty, 0, static_cast<uint16_t>(plane)) < 0)
-                        readFailed(path, lastTiffError("cannot read a tile"));
+                        readFailed(path, dataFailure(tif, path));
                     const size_t cols = std::min<size_t>(tw, width - tx);
                     for (uint32_t r = 0; r < th && ty + r < height; ++r)
                         put(tile.data() + r * rowBytes, tx, ty + r, cols, plane);
@@ -102,21 +128,52 @@ void readSamples(TIFF* tif, const std::string& path, uint32_t width, uint32_t he
         for (int plane = 0; plane < planes; ++plane)
             for (uint32_t y = 0; y < height; ++y) {
                 if (TIFFReadScanline(tif, line.data(), y, static_cast<uint16_t>(plane)) < 0)
-                    readFailed(path, lastTiffError("cannot read a row"));
+                    readFailed(path, dataFailure(tif, path));
+                reach(static_cast<size_t>(y) + 1);
                 put(line.data(), 0, y, w, plane);
             }
     }
 }
 
+// The most that a compression scheme packs into one byte of file, for the
+// schemes with a known bound (deflate 1032 to one, LZW's 12-bit codes for
+// strings of up to 4096 bytes, PackBits' 128 bytes from two); 0 when unknown.
+double maxCompressionRatio(uint16_t compression)
+{
+    switch (compression) {
+    case COMPRESSION_NONE: return 1;
+    case COMPRESSION_PACKBITS: return 64;
+    case COMPRESSION_LZW: return 2800;
+    case COMPRESSION_DEFLATE:
+    case COMPRESSION_ADOBE_DEFLATE: return 1100;
+    default: return 0;
+    }
+}
+
+Resolution tiffResolution(TIFF* tif)
+{
+    Resolution r;
+    float x = 0, y = 0;
+    uint16_t unit = RESUNIT_INCH;
+    if (!TIFFGetField(tif, TIFFTAG_XRESOLUTION, &x) || !TIFFGetField(tif, TIFFTAG_YRESOLUTION, &y) ||
+        !(x > 0) || !(y > 0) || !std::isfinite(x) || !std::isfinite(y))
+        return r;
+    TIFFGetFieldDefaulted(tif, TIFFTAG_RESOLUTIONUNIT, &unit);
+    r.x = x;
+    r.y = y;
+    r.unit = unit == RESUNIT_CENTIMETER ? Resolution::Centimetre : unit == RESUNIT_NONE ? Resolution::None : Resolution::Inch;
+    return r;
+}
+
 }  // namespace
 
-Image readTiff(const std::string& path)
+Image readTiff(const std::string& path, const ReadLimits& limits)
 {
     installTiffHandlers();
     tiffError.clear();
     TiffPtr tif(TIFFOpen(path.c_str(), "r"));
     if (!tif)
-        readFailed(path, lastTiffError("not a readable TIFF file"));
+        readFailed(path, "damaged file (not a readable TIFF directory)");
     uint32_t width = 0, height = 0;
     uint16_t bps = 1, spp = 1, photometric = PHOTOMETRIC_MINISBLACK, planar = PLANARCONFIG_CONTIG;
     uint16_t sampleFormat = SAMPLEFORMAT_UINT;
@@ -127,8 +184,14 @@ Image readTiff(const std::string& path)
     TIFFGetFieldDefaulted(tif.get(), TIFFTAG_PLANARCONFIG, &planar);
     TIFFGetFieldDefaulted(tif.get(), TIFFTAG_SAMPLEFORMAT, &sampleFormat);
     const bool hasPhotometric = TIFFGetField(tif.get(), TIFFTAG_PHOTOMETRIC, &photometric) != 0;
+    uint16_t compression = COMPRESSION_NONE;
+    TIFFGetFieldDefaulted(tif.get(), TIFFTAG_COMPRESSION, &compression);
+    checkClaimedSize(path, width, height, limits);
+    checkFileCanHold(path, std::ceil(static_cast<double>(width) * bps * spp / 8) * height,
+                     maxCompressionRatio(compression));
 
     Image image;
+    image.resolution = tiffResolution(tif.get());
     uint32_t iccSize = 0;
     void* iccData = nullptr;
     if (TIFFGetField(tif.get(), TIFFTAG_ICCPROFILE, &iccSize, &iccData) && iccData && iccSize > 0) {
@@ -158,15 +221,15 @@ Image readTiff(const std::string& path)
         if (!TIFFRGBAImageOK(tif.get(), why))
             readFailed(path, std::string("unsupported TIFF layout: ") + why);
         const int channels = firstExtraIsAlpha ? 4 : 3;
-        allocate(image, path, static_cast<int>(width), static_cast<int>(height), channels, 8);
+        allocate(image, path, static_cast<int>(width), static_cast<int>(height), channels, 8, limits);
         std::vector<uint32_t> raster;
         try {
             raster.resize(static_cast<size_t>(width) * height);
         } catch (const std::bad_alloc&) {
             readFailed(path, "not enough memory");
         }
-        if (!TIFFReadRGBAImageOriented(tif.get(), width, height, raster.data(), ORIENTATION_TOPLEFT, 0))
-            readFailed(path, lastTiffError("cannot decode the image"));
+        if (!TIFFReadRGBAImageOriented(tif.get(), width, height, raster.data(), ORIENTATION_TOPLEFT, 1))
+            readFailed(path, dataFailure(tif.get(), path));
         std::vector<uint8_t> row(static_cast<size_t>(width) * 4);
         for (uint32_t y = 0; y < height; ++y) {
             for (uint32_t x = 0; x < width; ++x) {
@@ -184,7 +247,7 @@ Image readTiff(const std::string& path)
 
     const int colour = grey ? 1 : 3;
     const int channels = colour + (spp > colour && firstExtraIsAlpha ? 1 : 0);
-    allocate(image, path, static_cast<int>(width), static_cast<int>(height), channels, bps);
+    allocate(image, path, static_cast<int>(width), static_cast<int>(height), channels, bps, limits);
     std::vector<uint16_t> samples;
     try {
         readSamples(tif.get(), path, width, height, spp, bps, planar == PLANARCONFIG_SEPARATE && spp > 1, samples);
@@ -250,18 +313,20 @@ void writeTiff(const std::string& path, const Image& image)
     installTiffHandlers();
     tiffError.clear();
     PartialFileGuard guard(path);
+    errno = 0;
     TiffPtr tif(TIFFOpen(path.c_str(), "w"));
     if (!tif)
-        writeFailed(path, lastTiffError("cannot create the file"));
+        writeFailed(path, errno ? errnoText(errno) : lastTiffError("cannot create the file"));
     guard.arm();
     const bool withAlpha = !image.alpha.empty();
-    const uint16_t spp = withAlpha ? 4 : 3;
+    const uint16_t spp = static_cast<uint16_t>(outputChannels(image));
+    const bool grey = spp - (withAlpha ? 1 : 0) == 1;
     TIFF* t = tif.get();
     bool ok = TIFFSetField(t, TIFFTAG_IMAGEWIDTH, static_cast<uint32_t>(image.width)) &&
               TIFFSetField(t, TIFFTAG_IMAGELENGTH, static_cast<uint32_t>(image.height)) &&
               TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, 16) && TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, spp) &&
               TIFFSetField(t, TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_UINT) &&
-              TIFFSetField(t, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB) &&
+              TIFFSetField(t, TIFFTAG_PHOTOMETRIC, grey ? PHOTOMETRIC_MINISBLACK : PHOTOMETRIC_RGB) &&
               TIFFSetField(t, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG) &&
               TIFFSetField(t, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT) &&
               TIFFSetField(t, TIFFTAG_COMPRESSION, COMPRESSION_ADOBE_DEFLATE) &&
@@ -269,6 +334,14 @@ void writeTiff(const std::string& path, const Image& image)
     if (ok && withAlpha) {
         const uint16_t extra[1] = {EXTRASAMPLE_UNASSALPHA};
         ok = TIFFSetField(t, TIFFTAG_EXTRASAMPLES, 1, extra);
+    }
+    if (ok && image.resolution.present()) {
+        const Resolution& r = image.resolution;
+        ok = TIFFSetField(t, TIFFTAG_XRESOLUTION, static_cast<float>(r.x)) &&
+             TIFFSetField(t, TIFFTAG_YRESOLUTION, static_cast<float>(r.y)) &&
+             TIFFSetField(t, TIFFTAG_RESOLUTIONUNIT, r.unit == Resolution::Inch         ? RESUNIT_INCH
+                                                     : r.unit == Resolution::Centimetre ? RESUNIT_CENTIMETER
+                                                                                        : RESUNIT_NONE);
     }
     if (ok && !image.icc.empty())
         ok = TIFFSetField(t, TIFFTAG_ICCPROFILE, static_cast<uint32_t>(image.icc.size()), image.icc.data());
@@ -280,15 +353,7 @@ void writeTiff(const std::string& path, const Image& image)
     const size_t w = static_cast<size_t>(image.width);
     std::vector<uint16_t> row(w * spp);
     for (int y = 0; y < image.height; ++y) {
-        const uint16_t* in = image.rgbx.data() + static_cast<size_t>(y) * w * 4;
-        const uint16_t* a = withAlpha ? image.alpha.data() + static_cast<size_t>(y) * w : nullptr;
-        for (size_t x = 0; x < w; ++x) {
-            row[x * spp + 0] = in[x * 4 + 0];
-            row[x * spp + 1] = in[x * 4 + 1];
-            row[x * spp + 2] = in[x * 4 + 2];
-            if (a)
-                row[x * spp + 3] = a[x];
-        }
+        packRow(image, y, row.data());
         if (TIFFWriteScanline(t, row.data(), static_cast<uint32_t>(y), 0) < 0)
             writeFailed(path, lastTiffError("cannot write a row"));
     }

@@ -288,4 +288,50 @@ inline bool writeRawJpeg(const std::string& path, int width, int height, int com
     return std::fclose(f) == 0;
 }
 
+// A minimal DNG written with libtiff: one uncompressed 16-bit colour filter
+// array (red, green / green, blue in every 2 x 2 block) holding `level` of
+// 65535 in every photosite, with the colour matrix, neutral and levels a raw
+// decoder needs to develop it.
+inline bool writeTestDng(const std::string& path, int width, int height, uint16_t level)
+{
+    TIFF* tif = TIFFOpen(path.c_str(), "w");
+    if (!tif)
+        return false;
+    const uint8_t version[4] = {1, 4, 0, 0}, backward[4] = {1, 1, 0, 0};
+    const uint16_t repeat[2] = {2, 2};
+    const uint8_t pattern[4] = {0, 1, 1, 2};
+    // XYZ to camera: the sRGB primaries' matrix, so that the camera is sRGB.
+    const float colorMatrix[9] = {3.2406f, -1.5372f, -0.4986f, -0.9689f, 1.8758f, 0.0415f, 0.0557f, -0.2040f, 1.0570f};
+    const float neutral[3] = {1, 1, 1};
+    const uint32_t white[1] = {65535};
+    const float black[1] = {0};
+    TIFFSetField(tif, TIFFTAG_SUBFILETYPE, 0);
+    TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, static_cast<uint32_t>(width));
+    TIFFSetField(tif, TIFFTAG_IMAGELENGTH, static_cast<uint32_t>(height));
+    TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 16);
+    TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, 1);
+    TIFFSetField(tif, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
+    TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, 32803);  // colour filter array
+    TIFFSetField(tif, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+    TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, static_cast<uint32_t>(height));
+    TIFFSetField(tif, TIFFTAG_MAKE, "Murmex");
+    TIFFSetField(tif, TIFFTAG_MODEL, "Test DNG");
+    TIFFSetField(tif, TIFFTAG_DNGVERSION, version);
+    TIFFSetField(tif, TIFFTAG_DNGBACKWARDVERSION, backward);
+    TIFFSetField(tif, TIFFTAG_UNIQUECAMERAMODEL, "Murmex Test DNG");
+    TIFFSetField(tif, TIFFTAG_CFAREPEATPATTERNDIM, repeat);
+    TIFFSetField(tif, TIFFTAG_CFAPATTERN, 4, pattern);
+    TIFFSetField(tif, TIFFTAG_COLORMATRIX1, 9, colorMatrix);
+    TIFFSetField(tif, TIFFTAG_CALIBRATIONILLUMINANT1, 21);  // D65
+    TIFFSetField(tif, TIFFTAG_ASSHOTNEUTRAL, 3, neutral);
+    TIFFSetField(tif, TIFFTAG_BLACKLEVEL, 1, black);
+    TIFFSetField(tif, TIFFTAG_WHITELEVEL, 1, white);
+    std::vector<uint16_t> row(static_cast<size_t>(width), level);
+    bool ok = true;
+    for (int y = 0; y < height && ok; ++y)
+        ok = TIFFWriteScanline(tif, row.data(), static_cast<uint32_t>(y), 0) >= 0;
+    TIFFClose(tif);
+    return ok;
+}
+
 }  // namespace murmex_app_test

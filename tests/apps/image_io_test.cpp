@@ -587,3 +587,126 @@ TEST(ImageIoTest, ImageWhoseBuffersDoNotMatchItsSizeIsRefused)
     Image empty;
     EXPECT_THROW(writeImage(dir.file("empty.png"), empty, ImageFormat::Png), AppError);
 }
+
+TEST(ImageIoTest, JpegWhoseDataStopsAtAnEarlyEndMarkerIsRefusedAsTruncated)
+{
+    // Most of the entropy-coded data cut away, the end-of-image marker kept:
+    // libjpeg only warns and fills the missing rows with grey.
+    TempDir dir;
+    const Image im = randomImage(64, 64, 3, 5);
+    writeImage(dir.file("whole.jpg"), im, ImageFormat::Jpeg);
+    const std::string whole = fileBytes(dir.file("whole.jpg"));
+    const size_t scan = whole.find("\xff\xda", 0, 2);
+    ASSERT_NE(scan, std::string::npos);
+    const std::string cut = whole.substr(0, scan + 200) + "\xff\xd9";
+    writeBytes(dir.file("cut.jpg"), cut);
+    EXPECT_EQ(appErrorOf([&] { readImage(dir.file("cut.jpg")); }),
+              "cannot read " + dir.file("cut.jpg") + ": truncated file");
+}
+
+namespace {
+
+// The CRC-32 of PNG chunks (ISO 3309), bit by bit.
+uint32_t pngCrc(const std::string& bytes)
+{
+    uint32_t c = 0xffffffffu;
+    for (unsigned char b : bytes) {
+        c ^= b;
+        for (int k = 0; k < 8; ++k)
+            c = (c & 1) ? 0xedb88320u ^ (c >> 1) : c >> 1;
+    }
+    return c ^ 0xffffffffu;
+}
+
+void putBigEndian(std::string& bytes, size_t at, uint32_t v, int size)
+{
+    for (int i = 0; i < size; ++i)
+        bytes[at + i] = static_cast<char>(v >> (8 * (size - 1 - i)));
+}
+
+}  // namespace
+
+TEST(ImageIoTest, SmallPngClaimingAHugeImageIsRefusedBeforeDecoding)
+{
+    TempDir dir;
+    writeImage(dir.file("small.png"), randomImage(16, 16, 3, 2), ImageFormat::Png);
+    std::string bytes = fileBytes(dir.file("small.png"));
+    // IHDR's width and height at bytes 16 and 20, its CRC after the 13 data bytes.
+    putBigEndian(bytes, 16, 16000, 4);
+    putBigEndian(bytes, 20, 16000, 4);
+    putBigEndian(bytes, 29, pngCrc(bytes.substr(12, 17)), 4);
+    writeBytes(dir.file("huge.png"), bytes);
+    const std::string msg = appErrorOf([&] { readImage(dir.file("huge.png")); });
+    EXPECT_EQ(msg.rfind("cannot read " + dir.file("huge.png") + ": truncated file (", 0), 0u) << msg;
+}
+
+TEST(ImageIoTest, SmallJpegClaimingAHugeImageIsRefusedBeforeDecoding)
+{
+    TempDir dir;
+    writeImage(dir.file("small.jpg"), randomImage(16, 16, 3, 2), ImageFormat::Jpeg);
+    std::string bytes = fileBytes(dir.file("small.jpg"));
+    const size_t frame = bytes.find("\xff\xc0", 0, 2);
+    ASSERT_NE(frame, std::string::npos);
+    // The frame header: marker, length, precision, then height and width.
+    putBigEndian(bytes, frame + 5, 16000, 2);
+    putBigEndian(bytes, frame + 7, 16000, 2);
+    writeBytes(dir.file("huge.jpg"), bytes);
+    ASSERT_LT(bytes.size(), 2000u);
+    const std::string msg = appErrorOf([&] { readImage(dir.file("huge.jpg")); });
+    EXPECT_EQ(msg.rfind("cannot read " + dir.file("huge.jpg") + ": truncated file (", 0), 0u) << msg;
+}
+
+TEST(ImageIoTest, UncompressedTiffClaimingMoreRowsThanItHoldsIsRefusedBeforeDecoding)
+{
+    TempDir dir;
+    RawTiff t;
+    t.width = 16;
+    t.height = 16;
+    t.samples.assign(16 * 16 * 3, 1000);
+    ASSERT_TRUE(writeRawTiff(dir.file("small.tif"), t));
+    TIFF* tif = TIFFOpen(dir.file("small.tif").c_str(), "r+");
+    ASSERT_NE(tif, nullptr);
+    TIFFSetField(tif, TIFFTAG_IMAGELENGTH, 16000u);
+    TIFFRewriteDirectory(tif);
+    TIFFClose(tif);
+    const std::string msg = appErrorOf([&] { readImage(dir.file("small.tif")); });
+    EXPECT_EQ(msg.rfind("cannot read " + dir.file("small.tif") + ": truncated file (", 0), 0u) << msg;
+}
+
+TEST(ImageIoTest, ImageAboveTheMegapixelLimitIsRefusedWithTheLimitNamed)
+{
+    TempDir dir;
+    writeImage(dir.file("a.png"), randomImage(200, 100, 3, 2), ImageFormat::Png);
+    writeImage(dir.file("a.tif"), randomImage(200, 100, 3, 2), ImageFormat::Tiff);
+    writeImage(dir.file("a.jpg"), randomImage(200, 100, 3, 2), ImageFormat::Jpeg);
+    murmex_app::ReadLimits limits;
+    limits.maxMegapixels = 0.01;
+    for (const char* name : {"a.png", "a.tif", "a.jpg"}) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(appErrorOf([&] { readImage(dir.file(name), limits); }),
+                  "cannot read " + dir.file(name) +
+                      ": the image is 200 x 100 pixels (0.02 megapixels), more than the limit of 0.01 megapixels "
+                      "(--max-megapixels)");
+        limits.maxMegapixels = 0.02;
+        EXPECT_EQ(readImage(dir.file(name), limits).width, 200);
+        limits.maxMegapixels = 0.01;
+    }
+}
+
+TEST(ImageIoTest, DngIsDevelopedByTheRawDecoder)
+{
+    TempDir dir;
+    ASSERT_TRUE(writeTestDng(dir.file("grey.dng"), 64, 48, 20000));
+    const Image im = readImage(dir.file("grey.dng"));
+    EXPECT_EQ(im.bitsPerSample, 16);
+    EXPECT_NEAR(im.width, 64, 4);
+    EXPECT_NEAR(im.height, 48, 4);
+    // A flat neutral scene develops to a flat neutral image, brighter than
+    // black and below white.
+    const size_t centre = (static_cast<size_t>(im.height / 2) * im.width + im.width / 2) * 4;
+    const int r = im.rgbx[centre], g = im.rgbx[centre + 1], b = im.rgbx[centre + 2];
+    EXPECT_GT(g, 1000);
+    EXPECT_LT(g, 65000);
+    EXPECT_NEAR(r, g, g / 20);
+    EXPECT_NEAR(b, g, g / 20);
+}

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <exception>
 #include <new>
 
 #include "base/ex.h"
@@ -98,12 +99,21 @@ float* JIncrRaster::getScanline(int row)
     Slot& s = rows_[r];
     mutex_.lock();
     if (s.data) {
-        while (s.busy.load(std::memory_order_acquire) == 1) {
+        while (s.data && s.busy.load(std::memory_order_acquire) == 1) {
             mutex_.unlock();
             s.busy.wait(1, std::memory_order_acquire);
             mutex_.lock();
         }
         float* data = s.data;
+        if (!data) {
+            // The computation this thread waited for threw: hand on its
+            // failure rather than a row that does not exist.
+            const std::exception_ptr failure = s.failure;
+            mutex_.unlock();
+            if (failure)
+                std::rethrow_exception(failure);
+            throw JEx(QObject::tr("Row %1 was given up while being computed").arg(row));
+        }
         mutex_.unlock();
         return data;
     }
@@ -124,23 +134,29 @@ float* JIncrRaster::getScanline(int row)
     s.buffer = buffer;
     s.data = data;
     s.bufferMargin = m;
+    s.failure = nullptr;
     s.busy.store(1, std::memory_order_relaxed);
     mutex_.unlock();
 
     try {
         computeScanline(r, data);
     } catch (...) {
-        // Give the slot back so that no other reader waits forever on it.
         JMutexLocker lock(mutex_);
-        pool_.push_back(s.buffer);
-        s.buffer = nullptr;
-        s.data = nullptr;
-        clearBusy(s);
+        giveUp(s, std::current_exception());
         throw;
     }
     fillMargins(data, m);
     clearBusy(s);
     return data;
+}
+
+void JIncrRaster::giveUp(Slot& s, std::exception_ptr failure)
+{
+    pool_.push_back(s.buffer);
+    s.buffer = nullptr;
+    s.data = nullptr;
+    s.failure = std::move(failure);
+    clearBusy(s);
 }
 
 void JIncrRaster::refScanline(int row)
@@ -192,6 +208,7 @@ int JIncrRaster::claimRows(int row, int stride, int maxRows, float** outs)
         s.buffer = buffer;
         s.data = dataPointer(buffer, m);
         s.bufferMargin = m;
+        s.failure = nullptr;
         s.busy.store(1, std::memory_order_relaxed);
         ++s.count;
         outs[n] = s.data;
@@ -208,12 +225,8 @@ void JIncrRaster::releaseClaimedRows(int row, int stride, int n, bool filled)
             clearBusy(s);
         }
         JMutexLocker lock(mutex_);
-        if (!filled) {
-            pool_.push_back(s.buffer);
-            s.buffer = nullptr;
-            s.data = nullptr;
-            clearBusy(s);
-        }
+        if (!filled)
+            giveUp(s, std::current_exception());
         if (--s.count == 0 && s.buffer) {
             pool_.push_back(s.buffer);
             s.buffer = nullptr;

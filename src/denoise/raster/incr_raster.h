@@ -21,7 +21,9 @@
 // their own mutexes, without any lock-ordering concern. A row being computed
 // carries the busy flag; a second thread asking for it blocks (a futex wait on
 // the flag, without the lock) until the first has filled the row and its
-// margins, so a row is computed once. The busy flag is cleared without the
+// margins, so a row is computed once. When the computation throws, the row
+// goes back to absent and the waiting threads rethrow the same exception;
+// none of them is handed a missing row. The busy flag is cleared without the
 // lock (a release store that waiting readers observe with an acquire load,
 // then a wake-up), which also publishes the row's data.
 // The margin and the turbo flag are set while the graph is built and read
@@ -29,6 +31,7 @@
 #pragma once
 
 #include <atomic>
+#include <exception>
 #include <memory>
 #include <vector>
 
@@ -107,8 +110,9 @@ protected:
     // (outs[0] is left alone). Returns the claimed count plus one (for row).
     int claimRows(int row, int stride, int maxRows, float** outs);
     // Ends the claim on rows row + k*stride, k = 1 .. n-1. Filled rows get
-    // their margins and lose the busy flag; after a failure (filled false)
-    // they go back to absent, as a row whose computation threw.
+    // their margins and lose the busy flag; after a failure (filled false,
+    // called inside the handler of the failure) they go back to absent, as a
+    // row whose computation threw, and their waiting readers rethrow it.
     void releaseClaimedRows(int row, int stride, int n, bool filled);
 
 private:
@@ -118,11 +122,15 @@ private:
         float* data = nullptr;   // pixel 0 inside buffer
         int bufferMargin = 0;    // the margin the buffer was laid out for
         std::atomic<int> busy{0};
+        std::exception_ptr failure;  // why the last computation threw, for its waiting readers
     };
 
     Slot& slot(int row);
     // Ends the computing state of a slot and wakes its waiting readers.
     static void clearBusy(Slot& s);
+    // Under the lock: a row whose computation failed goes back to absent,
+    // keeping the failure for the readers waiting on it.
+    void giveUp(Slot& s, std::exception_ptr failure);
     size_t bufferBytes(int margin) const;
     float* dataPointer(char* buffer, int margin) const;
     void fillMargins(float* data, int margin) const;

@@ -3,6 +3,8 @@
 #include <atomic>
 #include <cstdint>
 #include <cstring>
+#include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -84,6 +86,20 @@ public:
     std::atomic<int> computations{0};
     std::atomic<bool> entered{false};
     std::atomic<bool> release{false};
+};
+
+// A gate node whose first computation throws once released; later ones
+// succeed, so a reader that arrives after the failure computes the row anew.
+class FailingGateNode : public GateNode {
+public:
+    FailingGateNode(int w, int h) : GateNode(w, h) {}
+    void computeScanline(int row, float* out) override
+    {
+        const bool first = computations.load() == 0;
+        GateNode::computeScanline(row, out);
+        if (first)
+            throw std::runtime_error("row " + std::to_string(row) + " failed");
+    }
 };
 
 }  // namespace
@@ -224,6 +240,57 @@ TEST(IncrRasterThreadTest, TwoThreadsPullingOneRowComputeItOnce)
     for (int x = 0; x < 8; ++x)
         EXPECT_EQ(second[x], static_cast<float>(2 + x));
     n.unrefScanline(2);
+}
+
+TEST(IncrRasterThreadTest, ReaderWaitingOnARowWhoseComputationThrowsGetsTheFailure)
+{
+    // The second reader has to be waiting when the computation throws; on a
+    // busy machine it may arrive late, so the scene is repeated until it did.
+    bool waited = false;
+    for (int attempt = 0; attempt < 20 && !waited; ++attempt) {
+        FailingGateNode n(8, 4);
+        n.refScanline(1);
+        std::string firstError, secondError;
+        float* second = nullptr;
+        std::thread a([&] {
+            try {
+                n.getScanline(1);
+            } catch (const std::runtime_error& e) {
+                firstError = e.what();
+            }
+        });
+        while (!n.entered.load())
+            std::this_thread::yield();
+        std::atomic<bool> started{false};
+        std::thread b([&] {
+            started.store(true);
+            try {
+                second = n.getScanline(1);
+            } catch (const std::runtime_error& e) {
+                secondError = e.what();
+            }
+        });
+        while (!started.load())
+            std::this_thread::yield();
+        for (int i = 0; i < 1000; ++i)
+            std::this_thread::yield();
+        n.release.store(true);
+        a.join();
+        b.join();
+        EXPECT_EQ(firstError, "row 1 failed");
+        if (n.computations.load() == 1) {
+            waited = true;
+            EXPECT_EQ(second, nullptr);
+            EXPECT_EQ(secondError, "row 1 failed");
+        } else {
+            // Arrived after the failure: the row was computed anew.
+            ASSERT_NE(second, nullptr);
+            EXPECT_EQ(second[3], 4.0f);
+        }
+        EXPECT_EQ(n.pooledBuffers() + (n.rowPresent(1) ? 1 : 0), 1);
+        n.unrefScanline(1);
+    }
+    EXPECT_TRUE(waited);
 }
 
 TEST(IncrRasterThreadTest, ManyThreadsPullingAGraphComputeEachRowOnce)
