@@ -1,5 +1,7 @@
 #include "base/qtless/qthread.h"
 
+#include <sys/resource.h>
+
 #include <cxxabi.h>
 
 #include <cerrno>
@@ -7,6 +9,39 @@
 #include <exception>
 
 namespace qtless {
+
+namespace {
+
+// How much a priority raises the nice value of the thread that applies it.
+int niceIncrease(QThread::Priority p)
+{
+    switch (p) {
+    case QThread::IdlePriority:
+        return 39;  // the nice value's whole range: it ends at 19
+    case QThread::LowestPriority:
+        return 15;
+    case QThread::LowPriority:
+        return 10;
+    default:
+        return 0;
+    }
+}
+
+// On Linux the nice value belongs to each thread, and PRIO_PROCESS with id 0
+// means the calling thread, so this changes the new thread alone.
+void applyPriority(QThread::Priority p)
+{
+    const int increase = niceIncrease(p);
+    if (increase == 0)
+        return;
+    errno = 0;
+    const int current = getpriority(PRIO_PROCESS, 0);
+    if (current == -1 && errno != 0)
+        return;
+    setpriority(PRIO_PROCESS, 0, current + increase > 19 ? 19 : current + increase);
+}
+
+}  // namespace
 
 QThread::~QThread()
 {
@@ -23,7 +58,7 @@ QThread::~QThread()
 
 int QThread::start(Priority p)
 {
-    (void)p;
+    priority_ = p;
     const int rc = pthread_create(&thread_, nullptr, &QThread::entry, this);
     if (rc == 0) {
         joined_ = false;
@@ -37,8 +72,10 @@ int QThread::start(Priority p)
 // the runtime lets it be named and rethrown, not an error of this code.
 __attribute__((no_sanitize("null"))) void* QThread::entry(void* self)
 {
+    QThread* thread = static_cast<QThread*>(self);
+    applyPriority(thread->priority_);
     try {
-        static_cast<QThread*>(self)->run();
+        thread->run();
     } catch (abi::__forced_unwind&) {
         // Cancellation unwinds the stack as an exception; it must go on.
         throw;

@@ -21,8 +21,10 @@ namespace qtless {
 
 class QThread {
 public:
-    // Accepted by start() and not applied: every thread gets the default
-    // scheduling of a new POSIX thread.
+    // Applied by the new thread to itself before run(): the priorities below
+    // normal raise its nice value (Low by 10, Lowest by 15, Idle to 19, the
+    // weakest), which an unprivileged process may always do. The others leave
+    // it as inherited, since raising a priority needs privileges.
     enum Priority {
         IdlePriority,
         LowestPriority,
@@ -40,8 +42,9 @@ public:
     QThread(const QThread&) = delete;
     QThread& operator=(const QThread&) = delete;
 
-    // Creates the thread with default attributes; it calls run(). Returns the
-    // pthread_create result (0 on success); throws nothing.
+    // Creates the thread with default attributes; it applies p (see Priority)
+    // and calls run(). Returns the pthread_create result (0 on success);
+    // throws nothing.
     int start(Priority p = InheritPriority);
     // Joins the thread; time is not applied. Always true.
     bool wait(unsigned long time = ULONG_MAX);
@@ -54,6 +57,7 @@ private:
     static void* entry(void* self);
 
     pthread_t thread_{};
+    Priority priority_ = InheritPriority;  // written before the thread starts
     // Written by start() and wait(), read by wait() and the destructor, which
     // may run on another thread than start().
     std::atomic<int> started_{0};

@@ -1,7 +1,9 @@
 #include "base/qtless/qthread.h"
 
 #include <pthread.h>
+#include <sys/resource.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <functional>
@@ -48,6 +50,28 @@ TEST(QThreadThreadTest, RunExecutesOnItsOwnThreadAndWaitJoinsIt)
     EXPECT_TRUE(t.wait());
     EXPECT_EQ(value.load(), 42);
     EXPECT_FALSE(pthread_equal(runner, pthread_self()));
+}
+
+// The nice value that a thread started at priority p runs with.
+int niceOfThreadAt(QThread::Priority p)
+{
+    int nice = -100;
+    FnThread t([&] { nice = getpriority(PRIO_PROCESS, 0); });
+    EXPECT_EQ(t.start(p), 0);
+    t.wait();
+    return nice;
+}
+
+TEST(QThreadThreadTest, PrioritiesBelowNormalRaiseTheNiceValueOfTheNewThreadOnly)
+{
+    const int own = getpriority(PRIO_PROCESS, 0);
+    ASSERT_LT(own, 19) << "the test runs at the weakest priority already";
+    EXPECT_EQ(niceOfThreadAt(QThread::NormalPriority), own);
+    EXPECT_EQ(niceOfThreadAt(QThread::InheritPriority), own);
+    EXPECT_EQ(niceOfThreadAt(QThread::LowPriority), std::min(own + 10, 19));
+    EXPECT_EQ(niceOfThreadAt(QThread::LowestPriority), std::min(own + 15, 19));
+    EXPECT_EQ(niceOfThreadAt(QThread::IdlePriority), 19);
+    EXPECT_EQ(getpriority(PRIO_PROCESS, 0), own);
 }
 
 TEST(QThreadThreadTest, StandardExceptionInRunPrintsItsTextAndWaitStillReturnsTrue)
