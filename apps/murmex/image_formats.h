@@ -35,9 +35,12 @@ Image readPng(const std::string& path, const ReadLimits& limits);
 Image readJpeg(const std::string& path, const ReadLimits& limits);
 Image readCameraRaw(const std::string& path, const ReadLimits& limits);
 
-void writeTiff(const std::string& path, const Image& image);
-void writePng(const std::string& path, const Image& image);
-void writeJpeg(const std::string& path, const Image& image, int quality);
+void writeTiff(const std::string& path, const Image& image, const WriteOptions& options);
+void writePng(const std::string& path, const Image& image, const WriteOptions& options);
+void writeJpeg(const std::string& path, const Image& image, const WriteOptions& options);
+
+// Tells options.progress that row y of height rows is written.
+void reportRow(const WriteOptions& options, int y, int height);
 
 // The structure of a TIFF file's first directory, to check that rewriting
 // its metadata left the image itself alone. False when libtiff cannot open it.

@@ -188,6 +188,12 @@ void writeFailed(const std::string& path, const std::string& reason)
     throw AppError(oneLine("cannot write " + path + ": " + reason));
 }
 
+void reportRow(const WriteOptions& options, int y, int height)
+{
+    if (options.progress)
+        options.progress(static_cast<float>(y + 1) / static_cast<float>(height));
+}
+
 PartialFileGuard::~PartialFileGuard()
 {
     if (armed_)
@@ -287,7 +293,7 @@ ImageFormat formatForPath(const std::string& path)
     throw AppError("cannot write " + path + ": unknown image format (use .tif, .tiff, .png, .jpg or .jpeg)");
 }
 
-void writeImage(const std::string& path, const Image& image, ImageFormat format, int jpegQuality)
+void writeImage(const std::string& path, const Image& image, ImageFormat format, const WriteOptions& options)
 {
     if (image.width <= 0 || image.height <= 0 ||
         image.rgbx.size() != static_cast<size_t>(image.width) * static_cast<size_t>(image.height) * 4)
@@ -296,17 +302,24 @@ void writeImage(const std::string& path, const Image& image, ImageFormat format,
         detail::writeFailed(path, "the alpha channel does not match the image size");
     switch (format) {
     case ImageFormat::Tiff:
-        detail::writeTiff(path, image);
+        detail::writeTiff(path, image, options);
         return;
     case ImageFormat::Png:
-        detail::writePng(path, image);
+        detail::writePng(path, image, options);
         return;
     case ImageFormat::Jpeg:
-        if (jpegQuality < 1 || jpegQuality > 100)
-            detail::writeFailed(path, "JPEG quality " + std::to_string(jpegQuality) + " is outside 1..100");
-        detail::writeJpeg(path, image, jpegQuality);
+        if (options.jpegQuality < 1 || options.jpegQuality > 100)
+            detail::writeFailed(path, "JPEG quality " + std::to_string(options.jpegQuality) + " is outside 1..100");
+        detail::writeJpeg(path, image, options);
         return;
     }
+}
+
+void writeImage(const std::string& path, const Image& image, ImageFormat format, int jpegQuality)
+{
+    WriteOptions options;
+    options.jpegQuality = jpegQuality;
+    writeImage(path, image, format, options);
 }
 
 }  // namespace murmex_app

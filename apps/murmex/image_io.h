@@ -2,6 +2,7 @@
 // camera raw files on input.
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "image.h"
@@ -27,8 +28,22 @@ Image readImage(const std::string& path, const ReadLimits& limits = {});
 // The output format from the file name's extension (.tif/.tiff, .png, .jpg/.jpeg, case-insensitive); throws AppError otherwise.
 ImageFormat formatForPath(const std::string& path);
 
-// Writes `image` to `path` in `format`: TIFF and PNG at 16 bits per sample (RGB, or RGBA when alpha is present), JPEG at 8 bits with `jpegQuality` (1..100); embeds image.icc. Writes exactly to `path` (the caller picks a temporary name and renames).
+// How TIFF outputs are compressed: not at all, or losslessly with deflate
+// (zip) or LZW, both with horizontal differencing.
+enum class TiffCompression { None, Deflate, Lzw };
+
+struct WriteOptions {
+    int jpegQuality = 92;  // 1..100
+    TiffCompression tiffCompression = TiffCompression::Deflate;
+    // Called after every row written with the fraction of rows done; must
+    // not throw (it runs between the image libraries' own frames).
+    std::function<void(float)> progress;
+};
+
+// Writes `image` to `path` in `format`: TIFF and PNG at 16 bits per sample (RGB, or RGBA when alpha is present), JPEG at 8 bits with options.jpegQuality; embeds image.icc. Writes exactly to `path` (the caller picks a temporary name and renames).
 // On failure throws AppError and leaves no file at `path`.
-void writeImage(const std::string& path, const Image& image, ImageFormat format, int jpegQuality = 92);
+void writeImage(const std::string& path, const Image& image, ImageFormat format, const WriteOptions& options = {});
+// The same with the other options at their defaults.
+void writeImage(const std::string& path, const Image& image, ImageFormat format, int jpegQuality);
 
 }  // namespace murmex_app

@@ -178,7 +178,8 @@ void setJfifDensity(jpeg_compress_struct& cinfo, const Resolution& r)
     cinfo.Y_density = static_cast<UINT16>(y);
 }
 
-bool jpegCompress(JpegWrite& w, const Image& image, int quality, std::vector<JSAMPLE>& row, std::vector<uint16_t>& wide)
+bool jpegCompress(JpegWrite& w, const Image& image, const WriteOptions& options, std::vector<JSAMPLE>& row,
+                  std::vector<uint16_t>& wide)
 {
     if (setjmp(w.errors.jump))
         return false;
@@ -192,6 +193,7 @@ bool jpegCompress(JpegWrite& w, const Image& image, int quality, std::vector<JSA
     w.cinfo.input_components = components;
     w.cinfo.in_color_space = components == 1 ? JCS_GRAYSCALE : JCS_RGB;
     jpeg_set_defaults(&w.cinfo);
+    const int quality = options.jpegQuality;
     jpeg_set_quality(&w.cinfo, quality, TRUE);
     setJfifDensity(w.cinfo, image.resolution);
     // At high qualities the colour detail is worth keeping at full
@@ -213,6 +215,7 @@ bool jpegCompress(JpegWrite& w, const Image& image, int quality, std::vector<JSA
                 row[x * components + c] = static_cast<JSAMPLE>((wide[x * channels + c] + 128) / 257);
         JSAMPROW rows[1] = {row.data()};
         jpeg_write_scanlines(&w.cinfo, rows, 1);
+        reportRow(options, static_cast<int>(w.cinfo.next_scanline) - 1, image.height);
     }
     jpeg_finish_compress(&w.cinfo);
     return true;
@@ -264,7 +267,7 @@ Image readJpeg(const std::string& path, const ReadLimits& limits)
     return image;
 }
 
-void writeJpeg(const std::string& path, const Image& image, int quality)
+void writeJpeg(const std::string& path, const Image& image, const WriteOptions& options)
 {
     PartialFileGuard guard(path);
     {
@@ -277,7 +280,7 @@ void writeJpeg(const std::string& path, const Image& image, int quality)
         initErrors(w.errors);
         std::vector<JSAMPLE> row(static_cast<size_t>(image.width) * 3);
         std::vector<uint16_t> wide(static_cast<size_t>(image.width) * outputChannels(image));
-        if (!jpegCompress(w, image, quality, row, wide))
+        if (!jpegCompress(w, image, options, row, wide))
             writeFailed(path, w.errors.message);
         FILE* f = w.file;
         w.file = nullptr;

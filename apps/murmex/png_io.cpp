@@ -262,7 +262,7 @@ Image readPng(const std::string& path, const ReadLimits& limits)
     return image;
 }
 
-void writePng(const std::string& path, const Image& image)
+void writePng(const std::string& path, const Image& image, const WriteOptions& options)
 {
     PartialFileGuard guard(path);
     PngState s;
@@ -289,6 +289,7 @@ void writePng(const std::string& path, const Image& image)
             packRow(image, y, row.data());
             if (!pngWriteRow(s, row.data()))
                 writeFailed(path, s.message);
+            reportRow(options, y, image.height);
         }
         if (!pngWriteEnd(s))
             writeFailed(path, s.message);

@@ -1,7 +1,8 @@
 // TIFF files through libtiff: 8- and 16-bit grey and RGB, with or without
 // alpha, in strips or tiles, contiguous or in separate planes; other 8-bit
 // layouts (palette, YCbCr, CMYK, fewer bits) through libtiff's RGBA
-// conversion. Written as 16-bit RGB or RGBA, deflate-compressed.
+// conversion. Written as 16-bit RGB or RGBA, deflate-compressed unless asked
+// otherwise.
 
 #include <sys/stat.h>
 #include <tiffio.h>
@@ -308,7 +309,7 @@ bool readTiffShape(const std::string& path, TiffShape& shape)
     return true;
 }
 
-void writeTiff(const std::string& path, const Image& image)
+void writeTiff(const std::string& path, const Image& image, const WriteOptions& options)
 {
     installTiffHandlers();
     tiffError.clear();
@@ -328,9 +329,20 @@ void writeTiff(const std::string& path, const Image& image)
               TIFFSetField(t, TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_UINT) &&
               TIFFSetField(t, TIFFTAG_PHOTOMETRIC, grey ? PHOTOMETRIC_MINISBLACK : PHOTOMETRIC_RGB) &&
               TIFFSetField(t, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG) &&
-              TIFFSetField(t, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT) &&
-              TIFFSetField(t, TIFFTAG_COMPRESSION, COMPRESSION_ADOBE_DEFLATE) &&
-              TIFFSetField(t, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
+              TIFFSetField(t, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
+    switch (options.tiffCompression) {
+    case TiffCompression::None:
+        ok = ok && TIFFSetField(t, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
+        break;
+    case TiffCompression::Deflate:
+        ok = ok && TIFFSetField(t, TIFFTAG_COMPRESSION, COMPRESSION_ADOBE_DEFLATE) &&
+             TIFFSetField(t, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
+        break;
+    case TiffCompression::Lzw:
+        ok = ok && TIFFSetField(t, TIFFTAG_COMPRESSION, COMPRESSION_LZW) &&
+             TIFFSetField(t, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
+        break;
+    }
     if (ok && withAlpha) {
         const uint16_t extra[1] = {EXTRASAMPLE_UNASSALPHA};
         ok = TIFFSetField(t, TIFFTAG_EXTRASAMPLES, 1, extra);
@@ -356,6 +368,7 @@ void writeTiff(const std::string& path, const Image& image)
         packRow(image, y, row.data());
         if (TIFFWriteScanline(t, row.data(), static_cast<uint32_t>(y), 0) < 0)
             writeFailed(path, lastTiffError("cannot write a row"));
+        reportRow(options, y, image.height);
     }
     if (!TIFFFlush(t))
         writeFailed(path, lastTiffError("cannot finish the file"));

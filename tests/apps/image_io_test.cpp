@@ -4,6 +4,7 @@
 
 #include "murmex/image_io.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
@@ -100,6 +101,22 @@ TEST(ImageIoTest, Png16RoundTripKeepsSizeDepthAndEverySample)
     EXPECT_EQ(back.bitsPerSample, 16);
     EXPECT_EQ(back.sourceChannels, 3);
     expectSameSamples(im, back);
+}
+
+TEST(ImageIoTest, EveryFormatReportsEachRowWrittenUpToTheWhole)
+{
+    TempDir dir;
+    const Image im = randomImage(37, 23, 3, 8);
+    for (const char* name : {"p.tif", "p.png", "p.jpg"}) {
+        std::vector<float> reported;
+        murmex_app::WriteOptions options;
+        options.progress = [&](float done) { reported.push_back(done); };
+        writeImage(dir.file(name), im, formatForPath(name), options);
+        ASSERT_EQ(reported.size(), 23u) << name;
+        EXPECT_EQ(reported.front(), 1.0f / 23.0f) << name;
+        EXPECT_TRUE(std::is_sorted(reported.begin(), reported.end())) << name;
+        EXPECT_EQ(reported.back(), 1.0f) << name;
+    }
 }
 
 TEST(ImageIoTest, AlphaIsPreservedThroughTiffAndPng)
