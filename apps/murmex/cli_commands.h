@@ -52,6 +52,15 @@ struct OutputOptions {
 // --max-megapixels, for the commands that read photos.
 void addReadLimits(CLI::App& sub, ReadLimits& limits);
 
+// Option checks that tell text that is no number ("value abc is not a
+// number") from a number out of range ("value 500 is not within 1 to 100").
+// allowed describes the accepted values, e.g. "within 1 to 100", and is
+// also shown in the help. numberWithin reads the value as the float it is
+// stored in.
+CLI::Validator wholeNumber(std::function<bool(long long)> accept, const std::string& allowed);
+CLI::Validator wholeNumberWithin(long long low, long long high);
+CLI::Validator numberWithin(float low, float high, const std::string& allowed);
+
 // "murmex: " + message on standard error, one line (line breaks in message
 // become "; ").
 void printError(const std::string& message);

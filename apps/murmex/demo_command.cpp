@@ -103,12 +103,12 @@ CommandRunner addDemoCommand(CLI::App& app)
         "and the denoised image against the clean one (16-bit RGB) and the time taken (measuring and\n"
         "denoising; not the file writing).");
     sub->add_option("--out-dir", o->outDir, "where the files go")->capture_default_str()->type_name("DIR");
-    sub->add_option("--width", o->width, "scene width in pixels")->capture_default_str()->check(CLI::Range(16, 20000));
-    sub->add_option("--height", o->height, "scene height in pixels")->capture_default_str()->check(CLI::Range(16, 20000));
+    sub->add_option("--width", o->width, "scene width in pixels")->capture_default_str()->check(wholeNumberWithin(16, 20000));
+    sub->add_option("--height", o->height, "scene height in pixels")->capture_default_str()->check(wholeNumberWithin(16, 20000));
     sub->add_option("--seed", o->seed, "seed of the noise")->capture_default_str();
     sub->add_option("-j,--threads", o->threads, "worker threads; 0 computes on the main thread")
         ->capture_default_str()
-        ->check(CLI::Range(0, 1024));
+        ->check(wholeNumberWithin(0, 1024));
     o->output_.addTo(*sub);
     return [o] { runDemo(*o); };
 }

@@ -1,5 +1,7 @@
 #include "settings_options.h"
 
+#include "cli_commands.h"
+
 namespace murmex_app {
 
 void SettingsOptions::addTo(CLI::App& app)
@@ -8,23 +10,21 @@ void SettingsOptions::addTo(CLI::App& app)
         const DnHostScale& s = DnHostScales[i];
         options_[i] = app.add_option(std::string("--") + s.name, values_[i], s.description)
                           ->type_name("VALUE")
-                          ->check(CLI::Validator(
-                              [i](std::string& text) {
-                                  const DnHostScale& row = DnHostScales[i];
-                                  float v = 0.0f;
-                                  if (CLI::detail::lexical_cast(text, v) && v >= row.low && v <= row.high)
-                                      return std::string();
-                                  return "value " + text + " is not a number from " + formatFloat(row.low) + " to " +
-                                         formatFloat(row.high);
-                              },
-                              scaleText(i)));
+                          ->check(numberWithin(s.low, s.high, "within " + formatFloat(s.low) + " to " + formatFloat(s.high))
+                                      .description(scaleText(i)));
     }
-    app.add_flag_function(
-        "--suppress-halos,!--no-suppress-halos", [this](int64_t n) { suppressHalos_ = n > 0 ? 1 : -1; },
-        "limit sharpening so that no halos form along edges (on by default)");
-    app.add_flag_function(
-        "--low-frequency,!--no-low-frequency", [this](int64_t n) { lowFrequency_ = n > 0 ? 1 : -1; },
-        "also filter the coarsest noise (off by default)");
+    // Separate names for on and off: a negated flag would show its
+    // default as "{false}" beside a switch that is on by default.
+    auto addSwitch = [&app](const std::string& name, int& state, const std::string& on, const std::string& off) {
+        CLI::Option* yes = app.add_flag_callback("--" + name, [&state] { state = 1; }, on);
+        CLI::Option* no = app.add_flag_callback("--no-" + name, [&state] { state = -1; }, off);
+        yes->excludes(no);
+    };
+    addSwitch("suppress-halos", suppressHalos_,
+              "limit sharpening so that no halos form along edges (on by default)",
+              "let sharpening form halos along edges");
+    addSwitch("low-frequency", lowFrequency_, "also filter the coarsest noise (off by default)",
+              "leave the coarsest noise alone (the default)");
 }
 
 bool SettingsOptions::any() const

@@ -93,6 +93,12 @@ TEST(SettingsOptions, SwitchesTakeTheLastWordAndStayUnsetWhenNotGiven)
         EXPECT_EQ(params.suppressHalos, 0);
         EXPECT_EQ(params.lowFrequency, 1);
     }
+    {
+        // On and off at once is a contradiction, not a choice.
+        SettingsOptions options;
+        CLI::App app;
+        EXPECT_THROW(parse(options, app, {"--low-frequency", "--no-low-frequency"}), CLI::ExcludesError);
+    }
 }
 
 TEST(SettingsOptions, JsonHasEveryRowAndBothSwitches)
