@@ -10,6 +10,7 @@
 #include "app_error.h"
 #include "file_errors.h"
 #include "host/engine_output.h"
+#include "host/progress_text.h"
 #include "safe_write.h"
 
 namespace murmex_app {
@@ -39,7 +40,7 @@ void putScanline(void* context, int y, int xStart, int xEnd, unsigned short* pix
 
 int progressCallback(void* context, const char* stepText, float fraction)
 {
-    return static_cast<HostJob*>(context)->progress->report(stepText, fraction);
+    return static_cast<HostJob*>(context)->progress->report(userStepText(stepText ? stepText : "").c_str(), fraction);
 }
 
 struct SampleList {

@@ -12,9 +12,11 @@
 #include "cli_commands.h"
 #include "cli_engine.h"
 #include "image_io.h"
+#include "interrupt.h"
 #include "metadata.h"
 #include "host/profile_header.h"
 #include "host/profile_library.h"
+#include "host/progress_text.h"
 #include "progress.h"
 #include "safe_write.h"
 #include "settings_options.h"
@@ -30,6 +32,10 @@ struct DenoiseOptions {
     std::string output;
     std::string outDir;
     bool inPlace = false;
+    std::optional<std::string> suffix;
+    std::string format;  // "tif", "tiff", "png", "jpg", "jpeg" or empty: from the names
+    std::string compression = "deflate";
+    bool skipExisting = false;
     std::string profile;
     std::string library;
     std::string saveProfile;
@@ -50,12 +56,17 @@ untouched to TIFF and PNG outputs and dropped for JPEG. EXIF, XMP, the ICC
 profile and the print resolution of the input are copied to the output.
 
 Outputs: the format follows the output's extension: .tif/.tiff and .png at 16
-bits per sample, .jpg/.jpeg at 8 bits (--jpeg-quality). Without -o or
---out-dir the result goes next to the input as NAME-denoised.EXT (TIFF for
-camera raw inputs); --out-dir keeps the input's name. An input is never
-overwritten unless --in-place is given (then the result replaces the input);
-any other existing file at the output's name is replaced, as cp would.
-Outputs are written to a temporary file and renamed when complete.
+bits per sample, .jpg/.jpeg at 8 bits (--jpeg-quality); --format gives it for
+names made here. Without -o or --out-dir the result goes next to the input
+as NAME-denoised.EXT (TIFF for camera raw inputs); --out-dir keeps the
+input's name; --suffix replaces "-denoised". An input is never overwritten
+unless --in-place is given (then the result replaces the input), nor is the
+profile read or another output of the run. An existing file at the output's
+name is replaced, as cp would, if the user may write it; a symbolic link is
+followed and the file it points to replaced. Devices, named pipes and sockets
+are refused. Outputs are written to a temporary file and renamed when
+complete. Ctrl-C (or SIGTERM, SIGHUP) stops; while an output is being
+written it stops at once, removing the temporary file.
 
 Profile: --profile FILE.dnp; otherwise the profile in the library whose
 camera maker and model are the photo's, at the nearest ISO counted in stops
@@ -79,29 +90,24 @@ std::string outputFor(const DenoiseOptions& o, const std::string& input)
     if (!o.output.empty())
         return o.output;
     const fs::path in(input);
-    const std::string ext = isWritableExtension(in) ? in.extension().string() : std::string(".tif");
-    if (!o.outDir.empty())
-        return (fs::path(o.outDir) / (in.stem().string() + ext)).string();
     if (o.inPlace) {
         if (!isWritableExtension(in))
             throw UsageError("cannot write " + input + " in place: camera raw files are read only (use -o)");
+        if (!o.format.empty() && formatForPath(input) != formatForPath("." + o.format))
+            throw UsageError("cannot write " + input + " in place as " + o.format + " (use --out-dir or --suffix)");
         return input;
     }
-    return (in.parent_path() / (in.stem().string() + "-denoised" + ext)).string();
-}
-
-bool sameFile(const std::string& a, const std::string& b)
-{
-    std::error_code ec;
-    if (fs::equivalent(a, b, ec))
-        return true;
-    return fs::weakly_canonical(a, ec) == fs::weakly_canonical(b, ec);
+    const std::string ext = !o.format.empty() ? "." + o.format : isWritableExtension(in) ? in.extension().string() : ".tif";
+    const std::string suffix = o.suffix ? *o.suffix : o.outDir.empty() ? "-denoised" : "";
+    const fs::path dir = o.outDir.empty() ? in.parent_path() : fs::path(o.outDir);
+    return (dir / (in.stem().string() + suffix + ext)).string();
 }
 
 struct Job {
     std::string input;
     std::string output;
     ImageFormat format;
+    bool skip = false;  // --skip-existing and the output exists
 };
 
 std::vector<Job> planJobs(const DenoiseOptions& o)
@@ -120,27 +126,73 @@ std::vector<Job> planJobs(const DenoiseOptions& o)
         } catch (const AppError& e) {
             throw UsageError(e.what());
         }
+        if (!o.format.empty() && job.format != formatForPath("." + o.format))
+            throw UsageError("the output " + job.output + " is not " + o.format + " (--format)");
         for (const std::string& other : o.inputs)
             if (sameFile(job.output, other) && !(o.inPlace && other == input))
                 throw UsageError("refusing to overwrite the input " + other + " (use --in-place)");
+        if (!o.profile.empty() && sameFile(job.output, o.profile))
+            throw UsageError("refusing to overwrite the profile " + o.profile + " with the image " + job.output);
         for (const Job& earlier : jobs)
             if (sameFile(job.output, earlier.output))
                 throw UsageError("inputs " + earlier.input + " and " + input + " would both be written to " + job.output);
+        std::error_code ec;
+        job.skip = o.skipExisting && fs::exists(job.output, ec);
         jobs.push_back(job);
     }
+    if (!o.saveProfile.empty()) {
+        for (const std::string& input : o.inputs)
+            if (sameFile(o.saveProfile, input))
+                throw UsageError("refusing to overwrite the input " + input + " with the profile (--save-profile)");
+        for (const Job& job : jobs)
+            if (sameFile(o.saveProfile, job.output))
+                throw UsageError("--save-profile " + o.saveProfile + " and the image output " + job.output +
+                                 " are the same file");
+        checkOutputTarget(o.saveProfile);
+    }
+    for (const Job& job : jobs)
+        if (!job.skip)
+            checkOutputTarget(job.output);
     return jobs;
 }
 
-void denoiseOne(const DenoiseOptions& o, const Job& job)
+TiffCompression compressionNamed(const std::string& name)
+{
+    return name == "none" ? TiffCompression::None : name == "lzw" ? TiffCompression::Lzw : TiffCompression::Deflate;
+}
+
+// "name: text" for every line the run prints about one file.
+std::string about(const std::string& label, const std::string& text)
+{
+    return label + ": " + text;
+}
+
+std::string settingsLine(const DnFilterParams& params)
+{
+    std::string line;
+    for (const auto& [name, value] : settingsRows(params))
+        line += (line.empty() ? "" : ", ") + name + " " + value;
+    return line;
+}
+
+void denoiseOne(const DenoiseOptions& o, const Job& job, size_t index, size_t count)
 {
     const auto start = std::chrono::steady_clock::now();
-    Progress progress(Progress::modeFor(o.output_.quiet), displayName(job.input));
+    const std::string label =
+        displayName(job.input) +
+        (count > 1 ? " (file " + std::to_string(index + 1) + " of " + std::to_string(count) + ")" : std::string());
+    Progress progress(Progress::modeFor(o.output_.quiet), label);
+    if (job.skip) {
+        progress.note(about(label, "skipped, " + job.output + " exists"));
+        return;
+    }
     checkMetadataFits(job.input, job.output, job.format);
     Image image = readImage(job.input, o.limits);
 
     DnFilterParams params{};
     std::vector<uint8_t> measured;
     std::string profilePath = o.profile;
+    std::string profileText = o.profile.empty() ? "" : o.profile + " (--profile)";
     if (profilePath.empty() && o.saveProfile.empty()) {
         CameraInfo camera;
         try {
@@ -156,11 +208,11 @@ void denoiseOne(const DenoiseOptions& o, const Job& job)
         std::optional<LibraryEntry> match = dir.empty() ? std::nullopt : matchProfile(scanProfileLibrary(dir), camera);
         if (match) {
             profilePath = match->path;
-            progress.relabel("User selected:", "Auto matched:");
-            progress.note(displayName(job.input) + ": Auto matched: " + match->path);
+            profileText = match->path + " (matched to " + describeCamera(camera) + ")";
+            progress.note(about(label, "Auto matched: " + match->path));
         } else {
-            progress.note(displayName(job.input) + ": no profile for " + describeCamera(camera) +
-                          (dir.empty() ? std::string() : " in " + dir) + "; measuring one from the image");
+            progress.note(about(label, "no profile for " + describeCamera(camera) +
+                                           (dir.empty() ? std::string() : " in " + dir) + "; measuring one from the image"));
         }
     }
 
@@ -172,6 +224,7 @@ void denoiseOne(const DenoiseOptions& o, const Job& job)
         profileCopy.emplace(profilePath);
         params.profilePath = profileCopy->path().c_str();
     } else {
+        profileText = "measured from the image";
         setDefaultSettings(params);
         measured = measureProfile(image, false, progress, job.input);
         throwIfInterrupted();
@@ -182,6 +235,10 @@ void denoiseOne(const DenoiseOptions& o, const Job& job)
     params.threads = o.threads;
     params.turbo = o.turbo ? 1 : 0;
     params.background = o.background ? 1 : 0;
+    if (o.output_.verbose) {
+        progress.note(about(label, "profile " + profileText));
+        progress.note(about(label, "settings " + settingsLine(params)));
+    }
 
     if (!o.saveProfile.empty()) {
         const ProfileHeader header = headerFromCamera(readCameraInfo(job.input), image.width, image.height);
@@ -197,15 +254,24 @@ void denoiseOne(const DenoiseOptions& o, const Job& job)
     throwIfInterrupted();
 
     image.rgbx = std::move(result);
+    // The rows take most of the writing time; the metadata and the rename
+    // the rest, so 100 % shows only once the output is in place.
+    const std::string writing(kWritingStep);
+    progress.report(writing.c_str(), 0.0f);
     {
         TempOutput out(job.output);
+        WriteOptions options;
+        options.jpegQuality = o.jpegQuality;
+        options.tiffCompression = compressionNamed(o.compression);
+        options.progress = [&](float done) { progress.report(writing.c_str(), 0.95f * done); };
         out.write([&](const std::string& path) {
-            writeImage(path, image, job.format, o.jpegQuality);
+            writeImage(path, image, job.format, options);
             copyMetadata(job.input, path);
         });
         throwIfInterrupted();
         out.commit();
     }
+    progress.report(writing.c_str(), 1.0f);
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     char took[32];
     std::snprintf(took, sizeof took, "%.2f s", seconds);
@@ -224,9 +290,9 @@ void runDenoise(const DenoiseOptions& o)
     }
     applyTuning(o.stripWidth, o.rowsPerThread, o.levels);
     bool failed = false;
-    for (const Job& job : jobs) {
+    for (size_t i = 0; i < jobs.size(); ++i) {
         try {
-            denoiseOne(o, job);
+            denoiseOne(o, jobs[i], i, jobs.size());
         } catch (const AppError& e) {
             printError(e.what());
             failed = true;
@@ -248,7 +314,21 @@ CommandRunner addDenoiseCommand(CLI::App& app)
     sub->add_option("--out-dir", o->outDir, "write the outputs into DIR under the inputs' names")
         ->type_name("DIR")
         ->excludes(out);
-    sub->add_flag("--in-place", o->inPlace, "allow the output to replace its input");
+    CLI::Option* inPlace = sub->add_flag("--in-place", o->inPlace, "allow the output to replace its input");
+    sub->add_option("--suffix", o->suffix,
+                    "added to the input's name to make the output's (default: -denoised, nothing with --out-dir)")
+        ->type_name("TEXT")
+        ->excludes(out)
+        ->excludes(inPlace);
+    sub->add_option("--format", o->format, "the outputs' format (default: the input's; TIFF for camera raw files)")
+        ->type_name("tif|png|jpg")
+        ->check(CLI::IsMember({"tif", "tiff", "png", "jpg", "jpeg"}));
+    sub->add_option("--compression", o->compression, "compression of TIFF outputs (lossless)")
+        ->type_name("none|deflate|lzw")
+        ->capture_default_str()
+        ->check(CLI::IsMember({"none", "deflate", "lzw"}));
+    sub->add_flag("--skip-existing", o->skipExisting, "leave an input alone when its output exists already")
+        ->excludes(inPlace);
     sub->add_option("--profile", o->profile, "the noise profile to use")->type_name("FILE.dnp");
     sub->add_option("--library", o->library,
                     "the profile library (default: $MURMEX_PROFILES, else $XDG_DATA_HOME/murmex/profiles)")
@@ -258,27 +338,21 @@ CommandRunner addDenoiseCommand(CLI::App& app)
     o->settings.addTo(*sub);
     sub->add_option("-j,--threads", o->threads, "worker threads; 0 computes on the main thread")
         ->capture_default_str()
-        ->check(CLI::Range(0, 1024));
+        ->check(wholeNumberWithin(0, 1024));
     sub->add_flag("--turbo", o->turbo, "faster, slightly coarser filtering");
     sub->add_flag("--background", o->background, "run the workers at a lower priority");
     sub->add_option("--strip-width", o->stripWidth, "widest strip the denoiser processes at once, in pixels (default 3400)")
         ->type_name("PIXELS")
-        ->check(CLI::Range(16, 1 << 20));
+        ->check(wholeNumberWithin(16, 1 << 20));
     sub->add_option("--rows-per-thread", o->rowsPerThread, "rows one worker computes per request (-1: automatic)")
         ->type_name("ROWS")
-        ->check(CLI::Validator(
-            [](std::string& text) {
-                int v = 0;
-                return CLI::detail::lexical_cast(text, v) && (v == -1 || v > 0) ? std::string()
-                                                                               : "Value " + text + " is neither -1 nor positive";
-            },
-            "-1 or positive"));
+        ->check(wholeNumber([](long long v) { return v == -1 || v > 0; }, "-1 or positive"));
     sub->add_option("--levels", o->levels, "wavelet levels, 2 to 5 (-1: automatic)")
         ->type_name("N")
-        ->check(CLI::IsMember({-1, 2, 3, 4, 5}));
+        ->check(wholeNumber([](long long v) { return v == -1 || (v >= 2 && v <= 5); }, "-1 or within 2 to 5"));
     sub->add_option("--jpeg-quality", o->jpegQuality, "quality of JPEG outputs, 1 to 100")
         ->capture_default_str()
-        ->check(CLI::Range(1, 100));
+        ->check(wholeNumberWithin(1, 100));
     addReadLimits(*sub, o->limits);
     o->output_.addTo(*sub);
     return [o] { runDenoise(*o); };

@@ -1,25 +1,66 @@
 // murmex: the command-line host of the noise-reduction library.
 #include <cstdio>
+#include <cstring>
 #include <exception>
+#include <iostream>
 #include <map>
 #include <new>
 
 #include <CLI/CLI.hpp>
 
 #include "cli_commands.h"
-#include "progress.h"
+#include "interrupt.h"
 
 using namespace murmex_app;
+
+namespace {
+
+CLI::App* findCommand(CLI::App& app, const std::string& name)
+{
+    for (CLI::App* s : app.get_subcommands({}))
+        if (s->get_name() == name)
+            return s;
+    return nullptr;
+}
+
+// murmex help [COMMAND]: the program's help, or a command's.
+CommandRunner addHelpCommand(CLI::App& app)
+{
+    auto command = std::make_shared<std::string>();
+    CLI::App* sub = app.add_subcommand("help", "show this help, or a command's (murmex help COMMAND)");
+    sub->add_option("command", *command, "the command to describe")->type_name("COMMAND");
+    return [&app, command] {
+        if (command->empty()) {
+            // app.help() would describe the selected subcommand: this one.
+            std::cout << app.get_formatter()->make_help(&app, app.get_name(), CLI::AppFormatMode::Normal);
+            return;
+        }
+        const CLI::App* described = findCommand(app, *command);
+        if (!described)
+            throw UsageError("unknown command '" + *command + "' (see murmex --help)");
+        std::cout << described->help(app.get_name());
+    };
+}
+
+}  // namespace
 
 int main(int argc, char** argv)
 {
     CLI::App app{"murmex: photographic noise reduction with measured noise profiles", "murmex"};
     app.require_subcommand(1);
-    app.footer("Run murmex COMMAND --help for a command's options.");
+    app.set_version_flag("--version", "murmex " MURMEX_VERSION, "show the program's version and exit");
+    app.footer("Run murmex COMMAND --help (or murmex help COMMAND) for a command's options.");
     std::map<CLI::App*, CommandRunner> runners;
-    for (auto add : {addDenoiseCommand, addProfileCommand, addInfoCommand, addSetCommand, addDemoCommand}) {
+    for (auto add : {addDenoiseCommand, addProfileCommand, addInfoCommand, addSetCommand, addDemoCommand, addHelpCommand}) {
         CommandRunner run = add(app);
         runners[app.get_subcommands({}).back()] = std::move(run);
+    }
+
+    // A first word that is neither an option nor a command is a mistyped
+    // command, which CLI11 would only call unexpected.
+    if (argc > 1 && argv[1][0] != '-' && !findCommand(app, argv[1])) {
+        printError(std::string("unknown command '") + argv[1] + "' (see murmex --help)");
+        return ExitUsage;
     }
 
     try {
@@ -27,6 +68,8 @@ int main(int argc, char** argv)
     } catch (const CLI::CallForHelp& e) {
         return app.exit(e);
     } catch (const CLI::CallForAllHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::CallForVersion& e) {
         return app.exit(e);
     } catch (const CLI::ParseError& e) {
         printError(std::string(e.what()) + " (see murmex --help)");
@@ -39,7 +82,7 @@ int main(int argc, char** argv)
         return ExitOk;
     } catch (const Interrupted&) {
         printError("interrupted");
-        return ExitInterrupted;
+        return interruptedExitStatus();
     } catch (const UsageError& e) {
         printError(e.what());
         return ExitUsage;

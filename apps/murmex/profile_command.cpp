@@ -11,6 +11,7 @@
 #include "host/profile_header.h"
 #include "host/profile_library.h"
 #include "progress.h"
+#include "safe_write.h"
 #include "settings_options.h"
 
 namespace murmex_app {
@@ -54,9 +55,9 @@ void runProfile(const ProfileOptions& o)
         if (ec)
             throw AppError("cannot create " + fs::path(target).parent_path().string() + ": " + ec.message());
     }
-    std::error_code ec;
-    if (fs::equivalent(target, o.input, ec))
+    if (sameFile(target, o.input))
         throw UsageError("refusing to overwrite the input " + o.input);
+    checkOutputTarget(target);
 
     const std::vector<uint8_t> measured = measureProfile(image, o.relaxed, progress, o.input);
     throwIfInterrupted();

@@ -1,56 +1,62 @@
 #include "progress.h"
 
-#include <signal.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 
 namespace murmex_app {
 
 namespace {
 
-volatile sig_atomic_t interruptFlag = 0;
-
-extern "C" void onInterrupt(int)
-{
-    interruptFlag = 1;
-}
-
 int terminalWidth(std::FILE* out)
 {
     struct winsize ws;
-    if (ioctl(fileno(out), TIOCGWINSZ, &ws) == 0 && ws.ws_col >= 20)
+    if (ioctl(fileno(out), TIOCGWINSZ, &ws) == 0 && ws.ws_col > 0)
         return ws.ws_col;
     return 80;
 }
 
+bool continuationByte(char c)
+{
+    return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
+}
+
+// Terminal columns of UTF-8 text, one per character.
+size_t columns(const std::string& text)
+{
+    return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) { return !continuationByte(c); }));
+}
+
+// The text's first n characters.
+std::string firstColumns(const std::string& text, size_t n)
+{
+    size_t at = 0;
+    for (size_t taken = 0; at < text.size(); ++at)
+        if (!continuationByte(text[at]) && taken++ == n)
+            break;
+    return text.substr(0, at);
+}
+
+// The text in at most n characters, its middle replaced by "..." when it is
+// longer: both ends of a file name tell files apart.
+std::string shortenMiddle(const std::string& text, size_t n)
+{
+    const size_t have = columns(text);
+    if (have <= n)
+        return text;
+    if (n <= 3)
+        return firstColumns(text, n);
+    const size_t tail = (n - 3) / 2, head = n - 3 - tail;
+    size_t at = text.size();
+    for (size_t kept = 0; at > 0 && kept < tail;)
+        if (!continuationByte(text[--at]))
+            ++kept;
+    return firstColumns(text, head) + "..." + text.substr(at);
+}
+
 }  // namespace
-
-void installInterruptHandler()
-{
-    struct sigaction action = {};
-    action.sa_handler = onInterrupt;
-    sigemptyset(&action.sa_mask);
-    action.sa_flags = SA_RESETHAND;  // a second Ctrl-C ends the program at once
-    sigaction(SIGINT, &action, nullptr);
-}
-
-bool interruptRequested()
-{
-    return interruptFlag != 0;
-}
-
-void setInterruptRequested(bool requested)
-{
-    interruptFlag = requested ? 1 : 0;
-}
-
-void throwIfInterrupted()
-{
-    if (interruptRequested())
-        throw Interrupted();
-}
 
 Progress::Mode Progress::modeFor(bool quiet)
 {
@@ -66,31 +72,48 @@ Progress::~Progress()
     finish();
 }
 
-void Progress::relabel(std::string from, std::string to)
-{
-    from_ = std::move(from);
-    to_ = std::move(to);
-}
-
 std::string Progress::barLine(const std::string& label, const std::string& step, int percent, int width)
 {
-    const int barWidth = 20;
-    const int filled = percent * barWidth / 100;
-    std::string line = label + " [" + std::string(filled, '#') + std::string(barWidth - filled, '.') + "] ";
+    // The line must stay shorter than the terminal, or the terminal wraps it
+    // and every redraw leaves a line behind. What gives way when it does not
+    // fit: bar cells (down to 10), the label's middle (down to 12
+    // characters), the step text's end, more bar cells (down to 5), and on
+    // the narrowest terminals everything but the percentage.
+    const size_t room = static_cast<size_t>(std::max(width - 1, 1));
     std::string pct = std::to_string(percent) + "%";
-    line += std::string(4 - std::min<size_t>(4, pct.size()), ' ') + pct + " " + step;
-    if (static_cast<int>(line.size()) > width - 1)
-        line.resize(width - 1);
+    pct.insert(0, 4 - std::min<size_t>(4, pct.size()), ' ');
+    size_t barWidth = 20;
+    auto meter = [&] {
+        const size_t filled = static_cast<size_t>(percent) * barWidth / 100;
+        std::string text(1, '[');
+        text.append(filled, '#').append(barWidth - filled, '.').append("] ").append(pct);
+        return text;
+    };
+    const size_t labelMin = std::min<size_t>(columns(label), 12);
+    const size_t stepNeed = step.empty() ? 0 : columns(step) + 1;
+    while (barWidth > 10 && labelMin + 1 + columns(meter()) + stepNeed > room)
+        --barWidth;
+    while (barWidth > 5 && labelMin + 1 + columns(meter()) > room)
+        --barWidth;
+    const std::string m = meter();
+    if (columns(m) > room)
+        return firstColumns(pct.substr(pct.find_first_not_of(' ')), room);
+    const size_t available = room - columns(m) - (label.empty() ? 0 : 1);
+    const size_t labelRoom = std::min(available, std::max(labelMin, available > stepNeed ? available - stepNeed : 0));
+    std::string line = shortenMiddle(label, labelRoom);
+    if (!line.empty())
+        line += ' ';
+    line += m;
+    const size_t used = columns(line);
+    if (!step.empty() && used + 1 < room)
+        line.append(" ").append(firstColumns(step, room - used - 1));
     return line;
 }
 
 int Progress::report(const char* stepText, float fraction)
 {
-    if (mode_ != Mode::Quiet) {
-        std::string step = stepText ? stepText : "";
-        if (!from_.empty())
-            for (size_t at = step.find(from_); at != std::string::npos; at = step.find(from_, at + to_.size()))
-                step.replace(at, from_.size(), to_);
+    if (mode_ != Mode::Quiet && !interruptRequested()) {
+        const std::string step = stepText ? stepText : "";
         float f = std::isfinite(fraction) ? std::fmin(std::fmax(fraction, 0.0f), 1.0f) : 0.0f;
         const int percent = static_cast<int>(f * 100.0f);
         const bool newStep = step != step_;
@@ -100,6 +123,7 @@ int Progress::report(const char* stepText, float fraction)
                 std::fprintf(out_, "\r%s\033[K", line.c_str());
                 std::fflush(out_);
                 barOpen_ = true;
+                setProgressLineOpen(true);
             }
         } else {
             const int tenth = percent / 10;
@@ -121,6 +145,7 @@ void Progress::finish()
         std::fputc('\n', out_);
         std::fflush(out_);
         barOpen_ = false;
+        setProgressLineOpen(false);
     }
 }
 

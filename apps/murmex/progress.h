@@ -1,32 +1,14 @@
-// Progress display on standard error and cancellation by Ctrl-C.
-//
-// The SIGINT handler only sets a flag. The progress callback that the library
-// calls answers 1 while the flag is set, which makes the library stop the job
-// and return; the command then sees the flag, removes its temporary files
-// (by unwinding with Interrupted) and exits with status 130. A second Ctrl-C
-// gets the default action.
+// Progress display on standard error. The progress callback that the library
+// calls answers 1 once an interrupt was requested (interrupt.h).
 #pragma once
 
 #include <chrono>
 #include <cstdio>
-#include <exception>
 #include <string>
 
+#include "interrupt.h"
+
 namespace murmex_app {
-
-// Installs the SIGINT handler (sigaction, reset to the default action after
-// the first signal).
-void installInterruptHandler();
-bool interruptRequested();
-// Sets or clears the flag as the handler does; for tests.
-void setInterruptRequested(bool requested);
-
-// Thrown by a command that sees the interrupt flag after a library call.
-struct Interrupted : std::exception {
-    const char* what() const noexcept override { return "interrupted"; }
-};
-// Throws Interrupted when the flag is set.
-void throwIfInterrupted();
 
 class Progress {
 public:
@@ -45,10 +27,6 @@ public:
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    // The library's step texts are shown with every occurrence of from
-    // replaced by to (the application relabels a profile it chose itself).
-    void relabel(std::string from, std::string to);
-
     // One progress report; answers 1 when the job should stop.
     int report(const char* stepText, float fraction);
 
@@ -61,7 +39,10 @@ public:
     // The library's progress callback; hostContext is a Progress*.
     static int callback(void* hostContext, const char* stepText, float fraction);
 
-    // The text of a bar line for width columns (without the leading "\r").
+    // The text of a bar line for a terminal of width columns (without the
+    // leading "\r"): "label [####......]  40% step", never longer than
+    // width - 1 characters; a long label loses its middle, a long step text
+    // its end.
     static std::string barLine(const std::string& label, const std::string& step, int percent, int width);
 
 private:
@@ -69,7 +50,6 @@ private:
     Mode mode_;
     std::string label_;
     std::FILE* out_;
-    std::string from_, to_;
     std::string step_;
     int percent_ = -1;
     int lastTenth_ = -1;

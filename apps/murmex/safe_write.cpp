@@ -11,34 +11,99 @@
 
 #include "app_error.h"
 #include "file_errors.h"
+#include "interrupt.h"
 
 namespace murmex_app {
 
+namespace fs = std::filesystem;
+
 std::string temporaryPattern(const std::string& target)
 {
-    const std::filesystem::path p(target);
-    const std::filesystem::path dir = p.parent_path();
+    const fs::path p(target);
+    const fs::path dir = p.parent_path();
     std::string name(1, '.');
     name.append(p.filename().string()).append(".murmex-XXXXXX");
     return dir.empty() ? name : (dir / name).string();
 }
 
+std::string resolveOutputPath(const std::string& target)
+{
+    fs::path p(target);
+    // As many links as the kernel follows before it gives up (ELOOP).
+    for (int hops = 0; hops < 40; ++hops) {
+        std::error_code ec;
+        if (!fs::is_symlink(fs::symlink_status(p, ec)))
+            return p.string();
+        const fs::path next = fs::read_symlink(p, ec);
+        if (ec)
+            throw AppError("cannot write " + target + ": " + ec.message());
+        p = next.is_absolute() ? next : p.parent_path() / next;
+    }
+    throw AppError("cannot write " + target + ": " + errnoText(ELOOP));
+}
+
+bool sameFile(const std::string& a, const std::string& b)
+{
+    std::error_code ec;
+    if (fs::equivalent(a, b, ec))
+        return true;
+    auto name = [](const std::string& p) {
+        std::error_code ignored;
+        try {
+            return fs::weakly_canonical(resolveOutputPath(p), ignored);
+        } catch (const AppError&) {
+            return fs::weakly_canonical(p, ignored);
+        }
+    };
+    return name(a) == name(b);
+}
+
+void checkOutputTarget(const std::string& target)
+{
+    const std::string file = resolveOutputPath(target);
+    struct stat st;
+    if (stat(file.c_str(), &st) != 0)
+        return;  // a new file: whether its directory takes it shows when it is created
+    const char* kind = S_ISDIR(st.st_mode)                        ? "a directory"
+                       : S_ISCHR(st.st_mode) || S_ISBLK(st.st_mode) ? "a device"
+                       : S_ISFIFO(st.st_mode)                       ? "a named pipe"
+                       : S_ISSOCK(st.st_mode)                       ? "a socket"
+                       : S_ISREG(st.st_mode)                        ? nullptr
+                                                                    : "a special file";
+    if (kind)
+        throw AppError("cannot write " + target + ": it is " + std::string(kind) + ", not a regular file");
+    if (access(file.c_str(), W_OK) != 0)
+        throw AppError("cannot write " + target + ": " + errnoText(errno) + " (the existing file is not writable)");
+}
+
 TempOutput::TempOutput(const std::string& target) : target_(target)
 {
-    std::string pattern = temporaryPattern(target);
+    checkOutputTarget(target);
+    resolved_ = resolveOutputPath(target);
+    std::string pattern = temporaryPattern(resolved_);
     std::vector<char> buf(pattern.begin(), pattern.end());
     buf.push_back('\0');
+    // No signal between creating the file and registering it for removal.
+    SignalBlock block;
     const int fd = mkstemp(buf.data());
     if (fd < 0)
         throw AppError("cannot write " + target + ": " + errnoText(errno));
     close(fd);
     path_ = buf.data();
+    try {
+        slot_ = registerTemporaryFile(path_);
+    } catch (...) {
+        std::remove(path_.c_str());
+        throw;
+    }
 }
 
 TempOutput::~TempOutput()
 {
+    SignalBlock block;
     if (!committed_ && !path_.empty())
         std::remove(path_.c_str());
+    unregisterTemporaryFile(slot_);
 }
 
 void TempOutput::write(const std::function<void(const std::string& path)>& writer)
@@ -56,7 +121,7 @@ void TempOutput::commit()
 {
     mode_t mode;
     struct stat st;
-    if (stat(target_.c_str(), &st) == 0) {
+    if (stat(resolved_.c_str(), &st) == 0) {
         mode = st.st_mode & 07777;
     } else {
         const mode_t mask = umask(0);
@@ -64,9 +129,12 @@ void TempOutput::commit()
         mode = 0666 & ~mask;
     }
     chmod(path_.c_str(), mode);
-    if (std::rename(path_.c_str(), target_.c_str()) != 0)
+    SignalBlock block;
+    if (std::rename(path_.c_str(), resolved_.c_str()) != 0)
         throw AppError("cannot write " + target_ + ": " + errnoText(errno));
     committed_ = true;
+    unregisterTemporaryFile(slot_);
+    slot_ = -1;
 }
 
 }  // namespace murmex_app

@@ -1,6 +1,11 @@
 // Outputs are written to a temporary file beside their target and renamed
 // over it only when everything went well, so that a failure or an interrupt
 // never leaves a partial file under the target's name.
+//
+// A target that is a symbolic link is followed: the file it points to is
+// replaced (in that file's directory), the link stays. Only regular files are
+// replaced; devices, named pipes, sockets and directories are refused, as is
+// an existing file that the user may not write.
 #pragma once
 
 #include <functional>
@@ -10,8 +15,10 @@ namespace murmex_app {
 
 class TempOutput {
 public:
-    // Creates ".NAME.murmex-XXXXXX" (mkstemp) in the target's directory.
-    // Throws AppError naming the target when that is not possible.
+    // Checks the target (checkOutputTarget) and creates
+    // ".NAME.murmex-XXXXXX" (mkstemp) in the directory of the file it
+    // resolves to, registered for removal by a signal (interrupt.h). Throws
+    // AppError naming the target when that is not possible.
     explicit TempOutput(const std::string& target);
     // Removes the temporary file unless it was committed.
     ~TempOutput();
@@ -27,17 +34,32 @@ public:
 
     // Gives the temporary file the target's permissions (those of an existing
     // target, else the usual ones for a new file under the umask) and renames
-    // it over the target. Throws AppError on failure; the temporary file is
-    // then removed by the destructor.
+    // it over the file the target resolves to. Throws AppError on failure; the
+    // temporary file is then removed by the destructor.
     void commit();
 
 private:
     std::string target_;
+    std::string resolved_;
     std::string path_;
+    int slot_ = -1;
     bool committed_ = false;
 };
 
 // The name a temporary file for target gets, with "XXXXXX" still in it.
 std::string temporaryPattern(const std::string& target);
+
+// The file a target names once symbolic links are followed (the target
+// itself when it is no link). A dangling link resolves to the missing file it
+// points to. Throws AppError for a loop of links.
+std::string resolveOutputPath(const std::string& target);
+
+// True when a and b name the same file once links, "." and ".." are
+// resolved, also when it does not exist yet (a hard link to it counts too).
+bool sameFile(const std::string& a, const std::string& b);
+
+// Throws AppError ("cannot write TARGET: ...") when the target resolves to an
+// existing file that is not a regular file, or that the user may not write.
+void checkOutputTarget(const std::string& target);
 
 }  // namespace murmex_app

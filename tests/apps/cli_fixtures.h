@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <memory>
 #include <stdexcept>
@@ -28,6 +29,7 @@
 
 #include "murmex/demo_scene.h"
 #include "murmex/image_io.h"
+#include "support/temp_dir.h"
 
 extern char** environ;
 
@@ -55,13 +57,23 @@ inline std::vector<std::string> splitLines(const std::string& text)
     return lines;
 }
 
+// The program under test: the build's murmex, or the one that
+// $MURMEX_TEST_PROGRAM names (to run these tests against another build).
+inline std::string programPath()
+{
+    const char* other = std::getenv("MURMEX_TEST_PROGRAM");
+    return other && *other ? other : MURMEX_CLI_PATH;
+}
+
 // A started murmex process with its standard output and error on pipes.
 class Murmex {
 public:
     // env entries "NAME=value" replace those of the test's environment.
     // MURMEX_PROFILES points at a directory that does not exist unless the
-    // caller sets it, so that no user library takes part.
-    explicit Murmex(const std::vector<std::string>& args, const std::vector<std::string>& env = {})
+    // caller sets it, so that no user library takes part. A wrapper, when
+    // given, is the command that starts the program (e.g. setpriv).
+    explicit Murmex(const std::vector<std::string>& args, const std::vector<std::string>& env = {},
+                    const std::vector<std::string>& wrapper = {})
     {
         int outPipe[2], errPipe[2];
         if (pipe(outPipe) != 0 || pipe(errPipe) != 0)
@@ -73,7 +85,8 @@ public:
         posix_spawn_file_actions_addclose(&actions, outPipe[0]);
         posix_spawn_file_actions_addclose(&actions, errPipe[0]);
 
-        std::vector<std::string> argStrings{MURMEX_CLI_PATH};
+        std::vector<std::string> argStrings = wrapper;
+        argStrings.push_back(programPath());
         argStrings.insert(argStrings.end(), args.begin(), args.end());
         std::vector<std::string> envStrings;
         auto addUnlessSet = [&](const std::string& entry) {
@@ -95,14 +108,14 @@ public:
         for (std::string& e : envStrings)
             envp.push_back(e.data());
         envp.push_back(nullptr);
-        const int rc = posix_spawn(&pid_, MURMEX_CLI_PATH, &actions, nullptr, argv.data(), envp.data());
+        const int rc = posix_spawn(&pid_, argStrings[0].c_str(), &actions, nullptr, argv.data(), envp.data());
         posix_spawn_file_actions_destroy(&actions);
         close(outPipe[1]);
         close(errPipe[1]);
         outFd_ = outPipe[0];
         errFd_ = errPipe[0];
         if (rc != 0)
-            throw std::runtime_error("cannot start " + std::string(MURMEX_CLI_PATH));
+            throw std::runtime_error("cannot start " + argStrings[0]);
     }
     ~Murmex()
     {
@@ -130,6 +143,8 @@ public:
     }
 
     void signal(int sig) { kill(pid_, sig); }
+    pid_t pid() const { return pid_; }
+    const std::string& err() const { return err_; }
 
     // Reads everything to the end and waits for the exit.
     RunResult wait()
@@ -195,10 +210,31 @@ private:
     std::string out_, err_;
 };
 
-inline RunResult runMurmex(const std::vector<std::string>& args, const std::vector<std::string>& env = {})
+inline RunResult runMurmex(const std::vector<std::string>& args, const std::vector<std::string>& env = {},
+                           const std::vector<std::string>& wrapper = {})
 {
-    Murmex m(args, env);
+    Murmex m(args, env, wrapper);
     return m.wait();
+}
+
+inline bool contains(const std::string& text, const std::string& part)
+{
+    return text.find(part) != std::string::npos;
+}
+
+// One line on standard error, beginning "murmex: ".
+inline void expectOneLineError(const RunResult& r, const std::string& part)
+{
+    const std::vector<std::string> lines = splitLines(r.err);
+    ASSERT_EQ(lines.size(), 1u) << r.err;
+    EXPECT_EQ(lines[0].rfind("murmex: ", 0), 0u) << lines[0];
+    EXPECT_TRUE(contains(lines[0], part)) << lines[0];
+}
+
+inline std::vector<uint8_t> fileBytes(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::vector<uint8_t>((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
 }
 
 // ---- A strict JSON reader ------------------------------------------------
@@ -426,6 +462,16 @@ private:
 inline murmex_app::Image noisyPhoto(int width, int height, uint32_t seed = 7)
 {
     return murmex_app::addCameraNoise(murmex_app::renderDemoScene(width, height), seed);
+}
+
+// A measured profile of a small photo, written with `murmex profile`.
+inline std::string makeProfile(const TempDir& dir, const std::string& name = "p.dnp", int width = 600, int height = 400)
+{
+    const std::string photo = dir.file("profile-source.tif");
+    murmex_app::writeImage(photo, noisyPhoto(width, height), murmex_app::ImageFormat::Tiff);
+    const RunResult r = runMurmex({"profile", photo, "-o", dir.file(name), "-q"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    return dir.file(name);
 }
 
 // Writes EXIF camera data into an existing image file.

@@ -1,10 +1,16 @@
 // Whole-program tests: the built murmex binary run the way a user runs it.
+#include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <termios.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <regex>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -26,36 +32,6 @@ using murmex_app::readImage;
 using murmex_app::writeImage;
 
 namespace fs = std::filesystem;
-
-bool contains(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
-}
-
-// One line on standard error, beginning "murmex: ".
-void expectOneLineError(const RunResult& r, const std::string& part)
-{
-    const std::vector<std::string> lines = splitLines(r.err);
-    ASSERT_EQ(lines.size(), 1u) << r.err;
-    EXPECT_EQ(lines[0].rfind("murmex: ", 0), 0u) << lines[0];
-    EXPECT_TRUE(contains(lines[0], part)) << lines[0];
-}
-
-std::vector<uint8_t> fileBytes(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::vector<uint8_t>((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
-
-// A measured profile of a small photo, written with `murmex profile`.
-std::string makeProfile(const TempDir& dir, const std::string& name = "p.dnp", int width = 600, int height = 400)
-{
-    const std::string photo = dir.file("profile-source.tif");
-    writeImage(photo, noisyPhoto(width, height), ImageFormat::Tiff);
-    const RunResult r = runMurmex({"profile", photo, "-o", dir.file(name), "-q"});
-    EXPECT_EQ(r.status, 0) << r.err;
-    return dir.file(name);
-}
 
 int collect(void* context, int, int, const DnNoiseSample* sample)
 {
@@ -159,8 +135,8 @@ TEST(CliDenoise, OutputNamesFollowTheInputWithoutOutputOption)
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(listDir(dir.file("src")), (std::vector<std::string>{"a-denoised.tif", "a.tif", "b-denoised.png", "b.png"}));
     // Standard error is not a terminal here: plain progress lines naming each input in turn.
-    const size_t a = r.err.find("a.tif: Removing noise");
-    const size_t b = r.err.find("b.png: Removing noise");
+    const size_t a = r.err.find("a.tif (file 1 of 2): Removing noise");
+    const size_t b = r.err.find("b.png (file 2 of 2): Removing noise");
     EXPECT_NE(a, std::string::npos) << r.err;
     EXPECT_NE(b, std::string::npos) << r.err;
     EXPECT_LT(a, b);
@@ -339,8 +315,6 @@ protected:
             return -1;
         }
         const std::string path = r.err.substr(at + label.size(), r.err.find('\n', at) - at - label.size());
-        // The library's step text, relabelled, names the matched file.
-        EXPECT_TRUE(contains(r.err, "Removing noise: [Auto matched: " + fs::path(path).stem().string())) << r.err;
         const murmex_host::ProfileHeader h = murmex_host::readProfileHeader(fileBytes(path));
         EXPECT_EQ(h.maker.value_or(""), maker);
         return h.iso.value_or(-1);
@@ -408,7 +382,7 @@ TEST_F(CliLibrary, WithoutAMatchSaysSoAndMeasures)
     const RunResult r = runMurmex({"denoise", photo, "--library", library});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(contains(r.err, "no profile for Olympus E Test at ISO 800")) << r.err;
-    EXPECT_TRUE(contains(r.err, "Profiling image...")) << r.err;
+    EXPECT_TRUE(contains(r.err, "photo.tif: Measuring noise profile")) << r.err;
     EXPECT_TRUE(fs::exists(dir.file("photo-denoised.tif")));
 }
 
@@ -482,22 +456,6 @@ TEST(CliErrors, UnknownOutputExtensionIsAUsageError)
     expectOneLineError(r, "out.bmp");
 }
 
-TEST(CliInterrupt, SigintDuringDenoiseLeavesNoOutputOrTemporaryFile)
-{
-    TempDir dir;
-    const std::string profile = makeProfile(dir, "p.dnp", 300, 200);
-    writeImage(dir.file("big.tif"), noisyPhoto(2400, 1600), ImageFormat::Tiff);
-    const std::vector<std::string> before = listDir(dir.path());
-    Murmex m({"denoise", dir.file("big.tif"), "--profile", profile, "--threads", "1", "-o", dir.file("out.tif")});
-    ASSERT_TRUE(m.readUntil([](const std::string& err) { return contains(err, "Removing noise"); },
-                            std::chrono::seconds(60)));
-    m.signal(SIGINT);
-    const RunResult r = m.wait();
-    EXPECT_EQ(r.status, 130) << r.err;
-    EXPECT_TRUE(contains(r.err, "murmex: interrupted\n")) << r.err;
-    EXPECT_EQ(listDir(dir.path()), before);
-}
-
 TEST(CliDemo, WritesTheImagesAndReportsTheirPsnr)
 {
     TempDir dir;
@@ -540,6 +498,234 @@ TEST(CliHelp, HelpDescribesGreyAndAlphaInputsAndExitsZero)
     EXPECT_TRUE(contains(r.out, "alpha")) << r.out;
     for (int i = 0; i < DnHostScaleCount; ++i)
         EXPECT_TRUE(contains(r.out, std::string("--") + DnHostScales[i].name)) << DnHostScales[i].name;
+}
+
+TEST(CliHelp, VersionHelpCommandAndUnknownCommands)
+{
+    RunResult r = runMurmex({"--version"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_TRUE(std::regex_match(r.out, std::regex("murmex [0-9]+\\.[0-9]+\\.[0-9]+\n"))) << r.out;
+
+    r = runMurmex({"help"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_TRUE(contains(r.out, "Usage: murmex")) << r.out;
+    for (const char* command : {"denoise", "profile", "info", "set", "demo"})
+        EXPECT_TRUE(contains(r.out, std::string("\n  ") + command + " ")) << command << "\n" << r.out;
+
+    r = runMurmex({"help", "denoise"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_TRUE(contains(r.out, "Usage: murmex denoise")) << r.out;
+    EXPECT_TRUE(contains(r.out, "--out-dir")) << r.out;
+
+    for (const std::vector<std::string>& args : {std::vector<std::string>{"frobnicate", "x.tif"},
+                                                 std::vector<std::string>{"help", "frobnicate"}}) {
+        r = runMurmex(args);
+        EXPECT_EQ(r.status, 2);
+        expectOneLineError(r, "unknown command 'frobnicate'");
+    }
+}
+
+TEST(CliHelp, SwitchesOnByDefaultSaySoAndShowNoFalse)
+{
+    const RunResult r = runMurmex({"denoise", "--help"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_FALSE(contains(r.out, "{false}")) << r.out;
+    const std::vector<std::string> lines = splitLines(r.out);
+    bool described = false;
+    for (size_t i = 0; i + 1 < lines.size(); ++i)
+        if (lines[i].rfind("  --suppress-halos", 0) == 0)
+            described = contains(lines[i] + lines[i + 1], "on by default");
+    EXPECT_TRUE(described) << r.out;
+}
+
+TEST(CliErrors, TextThatIsNoNumberIsCalledSo)
+{
+    for (const char* option : {"--lum-strength", "--sharpen-radius", "--jpeg-quality", "--threads", "--strip-width",
+                               "--levels", "--rows-per-thread"}) {
+        const RunResult r = runMurmex({"denoise", "x.tif", option, "abc"});
+        EXPECT_EQ(r.status, 2) << option;
+        expectOneLineError(r, std::string(option) + ": value abc is not a number");
+    }
+    RunResult r = runMurmex({"denoise", "x.tif", "--jpeg-quality", "500"});
+    EXPECT_EQ(r.status, 2);
+    expectOneLineError(r, "--jpeg-quality: value 500 is not within 1 to 100");
+    r = runMurmex({"denoise", "x.tif", "--lum-strength", "25"});
+    EXPECT_EQ(r.status, 2);
+    expectOneLineError(r, "--lum-strength: value 25 is not within 0 to 20");
+}
+
+TEST(CliDenoise, VerboseNamesEachFilesProfileAndSettingsAndQuietShowsNothing)
+{
+    TempDir dir;
+    const std::string profile = makeProfile(dir, "p.dnp", 300, 200);
+    writeImage(dir.file("a.tif"), noisyPhoto(200, 150, 1), ImageFormat::Tiff);
+    writeImage(dir.file("b.tif"), noisyPhoto(200, 150, 2), ImageFormat::Tiff);
+    RunResult r = runMurmex({"denoise", dir.file("a.tif"), dir.file("b.tif"), "--profile", profile, "--lum-strength",
+                             "12", "--no-suppress-halos", "-v"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    for (const std::string label : {"a.tif (file 1 of 2)", "b.tif (file 2 of 2)"}) {
+        EXPECT_TRUE(contains(r.err, label + ": profile " + profile + " (--profile)\n")) << r.err;
+        EXPECT_TRUE(contains(r.err, label + ": settings lum-strength 12, lum-smoothness 10,")) << r.err;
+        EXPECT_TRUE(contains(r.err, ", suppress-halos no, low-frequency no\n")) << r.err;
+    }
+
+    // Measured from the photo when no profile is given or found.
+    r = runMurmex({"denoise", dir.file("a.tif"), "-o", dir.file("m.tif"), "-v"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_TRUE(contains(r.err, "a.tif: profile measured from the image\n")) << r.err;
+
+    r = runMurmex({"denoise", dir.file("a.tif"), dir.file("b.tif"), "--profile", profile, "-v", "-q"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(r.out, "");
+}
+
+// The nice value of every thread of a running process, by thread id.
+std::map<int, int> threadNiceValues(pid_t pid)
+{
+    std::map<int, int> nice;
+    std::error_code ec;
+    for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(pid) + "/task", ec)) {
+        std::ifstream in(task.path() / "stat");
+        std::string stat((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        const size_t paren = stat.rfind(')');
+        if (paren == std::string::npos)
+            continue;
+        // After the command's name: state is field 3, nice field 19.
+        std::istringstream fields(stat.substr(paren + 2));
+        std::string field;
+        for (int i = 3; i <= 19 && fields >> field; ++i)
+            if (i == 19)
+                nice[std::stoi(task.path().filename().string())] = std::stoi(field);
+    }
+    return nice;
+}
+
+TEST(CliDenoise, BackgroundRunsTheWorkersAtALowerPriority)
+{
+    TempDir dir;
+    const std::string profile = makeProfile(dir, "p.dnp", 300, 200);
+    writeImage(dir.file("big.tif"), noisyPhoto(1200, 800), ImageFormat::Tiff);
+    Murmex m({"denoise", dir.file("big.tif"), "--profile", profile, "-j", "2", "--background", "-o",
+              dir.file("out.tif")});
+    ASSERT_TRUE(m.readUntil([](const std::string& err) { return contains(err, "Removing noise"); },
+                            std::chrono::seconds(60)));
+    // The workers run from now until the image is done; each lowers itself
+    // as it starts.
+    int lowered = 0, mainNice = 0;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (lowered < 2 && std::chrono::steady_clock::now() < end) {
+        const std::map<int, int> nice = threadNiceValues(m.pid());
+        if (nice.count(m.pid()) == 0)
+            break;
+        mainNice = nice.at(m.pid());
+        lowered = static_cast<int>(std::count_if(nice.begin(), nice.end(),
+                                                 [&](const auto& t) { return t.second > mainNice; }));
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    m.signal(SIGINT);
+    m.wait();
+    EXPECT_EQ(lowered, 2) << "main thread at nice " << mainNice;
+}
+
+TEST(CliProgress, StepsInTheUsersWordsWithAWritingStageAndFileNOfN)
+{
+    TempDir dir;
+    writeImage(dir.file("a.tif"), noisyPhoto(300, 200, 1), ImageFormat::Tiff);
+    writeImage(dir.file("b.tif"), noisyPhoto(300, 200, 2), ImageFormat::Tiff);
+    const RunResult r = runMurmex({"denoise", dir.file("a.tif"), dir.file("b.tif")});
+    ASSERT_EQ(r.status, 0) << r.err;
+    size_t at = 0;
+    for (const std::string label : {"a.tif (file 1 of 2): ", "b.tif (file 2 of 2): "})
+        for (const char* step : {"Measuring noise profile 0%", "Measuring noise profile 100%", "Removing noise 0%",
+                                 "Removing noise 100%", "Writing 0%", "Writing 50%", "Writing 100%"}) {
+            const size_t next = r.err.find(label + step, at);
+            ASSERT_NE(next, std::string::npos) << label << step << " in order in\n" << r.err;
+            at = next;
+        }
+    EXPECT_FALSE(contains(r.err, "Profiling image")) << r.err;
+    EXPECT_FALSE(contains(r.err, "[New profile")) << r.err;
+    EXPECT_FALSE(contains(r.err, ".dnp]")) << r.err;
+}
+
+// Runs murmex with its standard output and error on a terminal `columns`
+// wide and returns what it wrote there.
+std::string runOnTerminal(const std::vector<std::string>& args, int columns)
+{
+    const int master = posix_openpt(O_RDWR | O_NOCTTY);
+    if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0)
+        throw std::runtime_error("no pseudo-terminal");
+    const int slave = open(ptsname(master), O_RDWR | O_NOCTTY);
+    winsize size{};
+    size.ws_row = 24;
+    size.ws_col = static_cast<unsigned short>(columns);
+    ioctl(slave, TIOCSWINSZ, &size);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, slave, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, slave, STDERR_FILENO);
+    posix_spawn_file_actions_addclose(&actions, master);
+    std::vector<std::string> strings{programPath()};
+    strings.insert(strings.end(), args.begin(), args.end());
+    std::vector<char*> argv;
+    for (std::string& a : strings)
+        argv.push_back(a.data());
+    argv.push_back(nullptr);
+    std::string library = "MURMEX_PROFILES=/nonexistent/murmex-test-library";
+    std::vector<char*> envp{library.data()};
+    for (char** e = environ; *e; ++e)
+        if (std::string(*e).rfind("MURMEX_PROFILES=", 0) != 0)
+            envp.push_back(*e);
+    envp.push_back(nullptr);
+    pid_t pid = -1;
+    const int rc = posix_spawn(&pid, strings[0].c_str(), &actions, nullptr, argv.data(), envp.data());
+    posix_spawn_file_actions_destroy(&actions);
+    close(slave);
+    std::string out;
+    char buf[4096];
+    for (ssize_t n; rc == 0 && ((n = read(master, buf, sizeof buf)) > 0 || (n < 0 && errno == EINTR));)
+        if (n > 0)
+            out.append(buf, static_cast<size_t>(n));
+    close(master);
+    int status = 0;
+    if (rc == 0)
+        waitpid(pid, &status, 0);
+    EXPECT_TRUE(rc == 0 && WIFEXITED(status) && WEXITSTATUS(status) == 0) << out;
+    return out;
+}
+
+TEST(CliProgress, TheBarKeepsWithinANarrowTerminalWithItsPercentageAndStep)
+{
+    TempDir dir;
+    const std::string profile = makeProfile(dir, "p.dnp", 300, 200);
+    // A long name with characters of two bytes each.
+    const std::string photo = dir.file("Sommerfest-am-Seeufer-\xC3\x9C" "berblick-vom-Steg-IMG_20240713_183005.tif");
+    writeImage(photo, noisyPhoto(300, 200, 3), ImageFormat::Tiff);
+    const int columns = 60;
+    const std::string out = runOnTerminal({"denoise", photo, "--profile", profile, "-o", dir.file("out.tif")}, columns);
+    std::vector<std::string> bars;
+    std::string line;
+    for (size_t i = 0; i <= out.size(); ++i) {
+        if (i == out.size() || out[i] == '\r' || out[i] == '\n') {
+            if (contains(line, "%"))
+                bars.push_back(line);
+            line.clear();
+        } else if (out.compare(i, 3, "\033[K") == 0) {
+            i += 2;
+        } else {
+            line += out[i];
+        }
+    }
+    ASSERT_FALSE(bars.empty()) << out;
+    bool removing = false, writing = false;
+    for (const std::string& bar : bars) {
+        const long characters = std::count_if(bar.begin(), bar.end(), [](char c) { return (c & 0xC0) != 0x80; });
+        EXPECT_LT(characters, columns) << bar;
+        EXPECT_TRUE(std::regex_search(bar, std::regex("[0-9]+% "))) << bar;
+        removing = removing || contains(bar, "% Removing noise");
+        writing = writing || contains(bar, "% Writing");
+    }
+    EXPECT_TRUE(removing && writing) << out;
 }
 
 }  // namespace

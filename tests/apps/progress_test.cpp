@@ -53,15 +53,6 @@ TEST_F(ProgressTest, PlainLinesAppearPerStepAndPerTenth)
     EXPECT_EQ(lines[12], "photo.tif: Removing noise: [New profile: unnamed.dnp] 100%");
 }
 
-TEST_F(ProgressTest, RelabelReplacesTheLibrarysLabel)
-{
-    const std::string text = written(Progress::Mode::Lines, [](Progress& p) {
-        p.relabel("User selected:", "Auto matched:");
-        p.report("Removing noise: [User selected: cam_iso400.dnp]", 0.0f);
-    });
-    EXPECT_EQ(text, "photo.tif: Removing noise: [Auto matched: cam_iso400.dnp] 0%\n");
-}
-
 TEST_F(ProgressTest, QuietShowsNothingButStillAnswers)
 {
     const std::string text = written(Progress::Mode::Quiet, [](Progress& p) {
@@ -109,18 +100,50 @@ TEST_F(ProgressTest, CallbackAnswersOneOnceInterruptIsRequested)
     EXPECT_THROW(throwIfInterrupted(), Interrupted);
 }
 
-TEST_F(ProgressTest, SigintOnlySetsTheFlagAndTheSecondGetsTheDefaultAction)
+TEST_F(ProgressTest, TermAndHupSetTheFlagAsIntDoesAndSayThatTheProgramStops)
 {
-    struct sigaction previous;
-    sigaction(SIGINT, nullptr, &previous);
+    struct sigaction previous[3];
+    const int signals[3] = {SIGINT, SIGTERM, SIGHUP};
+    for (int i = 0; i < 3; ++i)
+        sigaction(signals[i], nullptr, &previous[i]);
     installInterruptHandler();
-    EXPECT_FALSE(interruptRequested());
-    raise(SIGINT);
-    EXPECT_TRUE(interruptRequested());
-    struct sigaction now;
-    sigaction(SIGINT, nullptr, &now);
-    EXPECT_EQ(now.sa_handler, SIG_DFL);
-    sigaction(SIGINT, &previous, nullptr);
+    for (int sig : signals) {
+        setInterruptRequested(false);
+        testing::internal::CaptureStderr();
+        raise(sig);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "murmex: stopping\n");
+        EXPECT_TRUE(interruptRequested());
+        EXPECT_EQ(interruptSignal(), sig);
+        EXPECT_EQ(interruptedExitStatus(), 128 + sig);
+    }
+    for (int i = 0; i < 3; ++i)
+        sigaction(signals[i], &previous[i], nullptr);
+}
+
+TEST_F(ProgressTest, NothingIsDrawnOnceStopping)
+{
+    const std::string text = written(Progress::Mode::Lines, [](Progress& p) {
+        p.report("Removing noise", 0.0f);
+        setInterruptRequested(true);
+        EXPECT_EQ(p.report("Removing noise", 0.5f), 1);
+    });
+    EXPECT_EQ(text, "photo.tif: Removing noise 0%\n");
+}
+
+TEST_F(ProgressTest, ALongLabelLosesItsMiddleAndTheBarStaysWithinTheWidth)
+{
+    const std::string label = "a-very-long-file-name-from-the-camera-card-0042.tif (file 12 of 340)";
+    for (int width : {10, 24, 40, 60, 80}) {
+        const std::string line = Progress::barLine(label, "Removing noise", 40, width);
+        EXPECT_LE(line.size(), static_cast<size_t>(width - 1)) << width << ": " << line;
+        EXPECT_NE(line.find("40%"), std::string::npos) << width << ": " << line;
+    }
+    EXPECT_EQ(Progress::barLine(label, "Writing", 40, 60), "a-very-lon...12 of 340) [########............]  40% Writing");
+    EXPECT_EQ(Progress::barLine(label, "Writing", 40, 10), "40%");
+    // Characters, not bytes, are counted, and none is cut in two.
+    const std::string photo = "\xC3\xA9t\xC3\xA9-\xC3\xA0-\xC3\xA9t\xC3\xA9-\xC3\xA0-la-plage.tif";  // "été-à-été-à-la-plage.tif"
+    const std::string line = Progress::barLine(photo, "Removing noise", 5, 46);
+    EXPECT_EQ(line, "\xC3\xA9t\xC3\xA9-\xC3\xA0....tif [..........]   5% Removing noise");
 }
 
 }  // namespace
