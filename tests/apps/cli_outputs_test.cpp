@@ -193,7 +193,7 @@ TEST_F(CliOutputs, AnExistingOutputTheUserMayNotWriteIsRefusedAsCpWould)
         const RunResult r =
             runMurmex({"denoise", photo, "--profile", profile, "-o", dir.file(name), "-q"}, {}, asUser);
         EXPECT_EQ(r.status, 1) << name;
-        expectOneLineError(r, "cannot write " + dir.file(name) + ": Permission denied");
+        expectOneLineError(r, "cannot write " + dir.file(name) + ": permission denied");
         EXPECT_EQ(readText(dir.file(name)), "old");
     }
     for (const std::string& name : listDir(dir.path()))
