@@ -32,12 +32,15 @@ Jobs run one at a time in the process; while one runs, the GIL is released.)";
 
 const char* kImageDoc = R"(image: an H x W x 3 (RGB), H x W x 4 (RGB and alpha) or H x W (grey)
     array; H x W x 1 and H x W x 2 (grey and alpha) are taken as well.
-    dtype uint16 (full scale 65535), uint8 (scaled by 257 for the engine and
-    rounded back), float32 or float64 (0 to 1; values below 0 are read as 0,
-    above 1 as 1, NaN as 0, and the result is a multiple of 1/65535). Any
-    strides; no copy is made unless out overlaps the image. Grey is denoised as
-    R = G = B and comes back as the rounded mean of the three; alpha is passed
-    through untouched.)";
+    dtype uint16 (full scale 65535), uint8 (scaled by 257 for the engine),
+    float32 or float64 (0 to 1; values below 0 are read as 0, above 1 as 1,
+    NaN as 0). Any strides. Grey is seen as R = G = B; alpha is ignored.)";
+
+const char* kResultDoc = R"(
+    The result has the image's dtype: uint8 is rounded back from the engine's
+    16 bits, floats are multiples of 1/65535. Grey comes back as the rounded
+    mean of the engine's R, G and B; alpha is passed through untouched. No copy
+    of the image is made unless out overlaps it.)";
 
 std::string denoiseDoc()
 {
@@ -46,6 +49,7 @@ image's shape and dtype (out when given).
 
 )";
     doc += kImageDoc;
+    doc += kResultDoc;
     doc += R"(
 profile: a murmex.Profile, a path to a .dnp file, or None to measure a profile
     from the image itself.
@@ -62,8 +66,8 @@ profile; values off a scale raise ValueError):
            (defaultSettings().lowFrequency ? "True" : "False") + ")\n";
     doc += R"(
 threads: worker threads; None uses one per processor, 0 computes on the
-    calling thread only (progress and cancelling then come once per strip of
-    3400 columns). Every count gives the same pixels.
+    calling thread only (progress and cancelling then come once per vertical
+    strip of the image). Every count gives the same pixels.
 turbo: faster, slightly coarser.
 progress: None, or a function progress(text, fraction) called on the calling
     thread with the step's text and the fraction of it done (0 to 1); returning
@@ -118,7 +122,8 @@ PYBIND11_MODULE(murmex, m)
              })
         .def_property_readonly("samples", &Profile::samples,
                                "The noise samples as a numpy structured array, one record per sample: the patch "
-                               "(left, top, right, bottom; right and bottom exclusive), its colour as y, cr, cb "
+                               "(left, top, right, bottom; right and bottom exclusive; all 0 where the profile does not keep "
+                               "it), its colour as y, cr, cb "
                                "(0 to 1, neutral chroma 0.5), as r, g, b (0 to 1) and as lab_l, lab_a, lab_b, and "
                                "its noise per wavelet level (0 the finest) as noise_y0..noise_y4, "
                                "noise_cr0..noise_cr4, noise_cb0..noise_cb4 (-1 where not measured).")
