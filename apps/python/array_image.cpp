@@ -3,6 +3,7 @@
 #include <climits>
 #include <cmath>
 #include <string>
+#include <type_traits>
 
 namespace py = pybind11;
 
@@ -117,13 +118,31 @@ ArrayImage ArrayImage::from(const py::handle& object, const char* what)
     return image;
 }
 
+bool ArrayImage::packedColour(ptrdiff_t sampleSize) const
+{
+    return channels_ >= 3 && channelStride_ == sampleSize && pixelStride_ == channels_ * sampleSize;
+}
+
 template <class T>
 void ArrayImage::readRowAs(int y, int xStart, int xEnd, uint16_t* rgbx) const
 {
-    const char* pixel = data_ + y * rowStride_ + xStart * pixelStride_;
-    const bool colour = channels_ >= 3;
+    const char* row = data_ + y * rowStride_;
+    if (packedColour(sizeof(T))) {
+        // The usual layout: constant strides, which the compiler can use.
+        const T* pixel = reinterpret_cast<const T*>(row) + xStart * channels_;
+        const int step = channels_;
+        for (int x = xStart; x <= xEnd; ++x, pixel += step, rgbx += 4) {
+            rgbx[0] = toScale(pixel[0]);
+            rgbx[1] = toScale(pixel[1]);
+            rgbx[2] = toScale(pixel[2]);
+            rgbx[3] = 0;
+        }
+        return;
+    }
+    const char* pixel = row + xStart * pixelStride_;
     for (int x = xStart; x <= xEnd; ++x, pixel += pixelStride_, rgbx += 4) {
         const uint16_t first = toScale(*reinterpret_cast<const T*>(pixel));
+        const bool colour = channels_ >= 3;
         rgbx[0] = first;
         rgbx[1] = colour ? toScale(*reinterpret_cast<const T*>(pixel + channelStride_)) : first;
         rgbx[2] = colour ? toScale(*reinterpret_cast<const T*>(pixel + 2 * channelStride_)) : first;
@@ -134,7 +153,18 @@ void ArrayImage::readRowAs(int y, int xStart, int xEnd, uint16_t* rgbx) const
 template <class T>
 void ArrayImage::writeRowAs(int y, int xStart, int xEnd, const uint16_t* rgbx) const
 {
-    char* pixel = data_ + y * rowStride_ + xStart * pixelStride_;
+    char* row = data_ + y * rowStride_;
+    if (packedColour(sizeof(T))) {
+        T* pixel = reinterpret_cast<T*>(row) + xStart * channels_;
+        const int step = channels_;
+        for (int x = xStart; x <= xEnd; ++x, pixel += step, rgbx += 4) {
+            pixel[0] = fromScale<T>(rgbx[0]);
+            pixel[1] = fromScale<T>(rgbx[1]);
+            pixel[2] = fromScale<T>(rgbx[2]);
+        }
+        return;
+    }
+    char* pixel = row + xStart * pixelStride_;
     if (channels_ >= 3) {
         for (int x = xStart; x <= xEnd; ++x, pixel += pixelStride_, rgbx += 4) {
             *reinterpret_cast<T*>(pixel) = fromScale<T>(rgbx[0]);
@@ -150,32 +180,34 @@ void ArrayImage::writeRowAs(int y, int xStart, int xEnd, const uint16_t* rgbx) c
     }
 }
 
+namespace {
+
+// Calls fn with a null pointer of the sample type's C++ type.
+template <class Fn>
+void withSampleType(SampleType type, Fn fn)
+{
+    switch (type) {
+    case SampleType::UInt8:
+        return fn(static_cast<uint8_t*>(nullptr));
+    case SampleType::UInt16:
+        return fn(static_cast<uint16_t*>(nullptr));
+    case SampleType::Float32:
+        return fn(static_cast<float*>(nullptr));
+    case SampleType::Float64:
+        return fn(static_cast<double*>(nullptr));
+    }
+}
+
+}  // namespace
+
 void ArrayImage::readRow(int y, int xStart, int xEnd, uint16_t* rgbx) const
 {
-    switch (type_) {
-    case SampleType::UInt8:
-        return readRowAs<uint8_t>(y, xStart, xEnd, rgbx);
-    case SampleType::UInt16:
-        return readRowAs<uint16_t>(y, xStart, xEnd, rgbx);
-    case SampleType::Float32:
-        return readRowAs<float>(y, xStart, xEnd, rgbx);
-    case SampleType::Float64:
-        return readRowAs<double>(y, xStart, xEnd, rgbx);
-    }
+    withSampleType(type_, [&](auto* tag) { readRowAs<std::remove_pointer_t<decltype(tag)>>(y, xStart, xEnd, rgbx); });
 }
 
 void ArrayImage::writeRow(int y, int xStart, int xEnd, const uint16_t* rgbx) const
 {
-    switch (type_) {
-    case SampleType::UInt8:
-        return writeRowAs<uint8_t>(y, xStart, xEnd, rgbx);
-    case SampleType::UInt16:
-        return writeRowAs<uint16_t>(y, xStart, xEnd, rgbx);
-    case SampleType::Float32:
-        return writeRowAs<float>(y, xStart, xEnd, rgbx);
-    case SampleType::Float64:
-        return writeRowAs<double>(y, xStart, xEnd, rgbx);
-    }
+    withSampleType(type_, [&](auto* tag) { writeRowAs<std::remove_pointer_t<decltype(tag)>>(y, xStart, xEnd, rgbx); });
 }
 
 }  // namespace murmex_python

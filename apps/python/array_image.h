@@ -47,6 +47,8 @@ public:
 private:
     explicit ArrayImage(pybind11::array array);
 
+    // Packed RGB or RGBA samples of this size: pixels and channels adjacent.
+    bool packedColour(ptrdiff_t sampleSize) const;
     template <class T>
     void readRowAs(int y, int xStart, int xEnd, uint16_t* rgbx) const;
     template <class T>

@@ -100,7 +100,11 @@ int EngineRun::report(const char* stepText, float fraction)
             throw py::error_already_set();
         if (!progress_.is_none()) {
             const std::string text = murmex_host::userStepText(stepText ? stepText : "");
-            if (py::bool_(progress_(text, fraction)))
+            const py::object pyText = py::reinterpret_steal<py::object>(
+                PyUnicode_DecodeUTF8(text.data(), static_cast<py::ssize_t>(text.size()), "replace"));
+            if (!pyText)
+                throw py::error_already_set();
+            if (py::bool_(progress_(pyText, fraction)))
                 cancelled_ = true;
         }
     } catch (py::error_already_set& e) {

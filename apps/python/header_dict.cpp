@@ -3,6 +3,8 @@
 #include <string>
 #include <variant>
 
+#include "mapping_items.h"
+
 namespace py = pybind11;
 using murmex_host::ProfileHeader;
 
@@ -87,22 +89,18 @@ py::dict headerDict(const ProfileHeader& header)
 
 void applyHeader(ProfileHeader& header, const py::handle& mapping)
 {
-    if (!PyMapping_Check(mapping.ptr()) || !py::hasattr(mapping, "items"))
-        throw py::type_error("header must be a dict such as Profile.header, not " +
-                             py::repr(py::type::handle_of(mapping)).cast<std::string>());
     ProfileHeader updated = header;
-    for (const py::handle item : mapping.attr("items")()) {
-        const py::tuple pair = py::reinterpret_borrow<py::tuple>(item);
-        const std::string name = py::str(pair[0]).cast<std::string>();
+    forEachItem(mapping, "header", "Profile.header", [&](const py::handle& key, const py::handle& value) {
+        const std::string name = py::str(key).cast<std::string>();
         const Field* field = nullptr;
         for (const Field& f : kFields)
             if (name == f.name)
                 field = &f;
         if (!field)
-            throw py::type_error("unknown header field " + py::repr(pair[0]).cast<std::string>() + "; the fields are " +
+            throw py::type_error("unknown header field " + py::repr(key).cast<std::string>() + "; the fields are " +
                                  py::str(", ").attr("join")(headerDict(ProfileHeader{})).cast<std::string>());
-        store(updated, *field, pair[1]);
-    }
+        store(updated, *field, value);
+    });
     header = updated;
 }
 

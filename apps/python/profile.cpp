@@ -254,31 +254,19 @@ std::string Profile::repr() const
 
 py::dtype sampleDtype()
 {
+    // DnNoiseSample is 28 consecutive 32-bit words (the public header checks
+    // its layout): the patch's four integers, then floats.
+    static_assert(sizeof(DnNoiseSample) == 28 * 4 && offsetof(DnNoiseSample, y) == 4 * 4, "28 words");
     py::list names, formats, offsets;
-    auto add = [&](const std::string& name, const char* format, size_t offset) {
+    for (const char* name : {"left", "top", "right", "bottom", "y", "cr", "cb", "r", "g", "b", "lab_l", "lab_a", "lab_b"})
         names.append(name);
-        formats.append(format);
-        offsets.append(offset);
-    };
-    add("left", "i4", offsetof(DnNoiseSample, left));
-    add("top", "i4", offsetof(DnNoiseSample, top));
-    add("right", "i4", offsetof(DnNoiseSample, right));
-    add("bottom", "i4", offsetof(DnNoiseSample, bottom));
-    add("y", "f4", offsetof(DnNoiseSample, y));
-    add("cr", "f4", offsetof(DnNoiseSample, cr));
-    add("cb", "f4", offsetof(DnNoiseSample, cb));
-    add("r", "f4", offsetof(DnNoiseSample, r));
-    add("g", "f4", offsetof(DnNoiseSample, g));
-    add("b", "f4", offsetof(DnNoiseSample, b));
-    add("lab_l", "f4", offsetof(DnNoiseSample, labL));
-    add("lab_a", "f4", offsetof(DnNoiseSample, labA));
-    add("lab_b", "f4", offsetof(DnNoiseSample, labB));
-    const std::pair<const char*, size_t> noise[] = {{"noise_y", offsetof(DnNoiseSample, noiseY)},
-                                                     {"noise_cr", offsetof(DnNoiseSample, noiseCr)},
-                                                     {"noise_cb", offsetof(DnNoiseSample, noiseCb)}};
-    for (const auto& [prefix, offset] : noise)
-        for (size_t level = 0; level < 5; ++level)
-            add(prefix + std::to_string(level), "f4", offset + level * sizeof(float));
+    for (const char* channel : {"y", "cr", "cb"})
+        for (int level = 0; level < 5; ++level)
+            names.append("noise_" + std::string(channel) + std::to_string(level));
+    for (size_t i = 0; i < names.size(); ++i) {
+        formats.append(i < 4 ? "i4" : "f4");
+        offsets.append(4 * i);
+    }
     py::dict spec;
     spec["names"] = names;
     spec["formats"] = formats;

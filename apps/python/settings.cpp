@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "host/host_settings.h"
+#include "mapping_items.h"
 
 namespace py = pybind11;
 
@@ -100,14 +101,9 @@ void checkScale(int i, float value)
 
 void applySettings(DnFilterParams& params, const py::handle& mapping)
 {
-    if (!PyMapping_Check(mapping.ptr()) || !py::hasattr(mapping, "items"))
-        throw py::type_error("settings must be a dict such as Profile.settings, not " +
-                             py::repr(py::type::handle_of(mapping)).cast<std::string>());
     DnFilterParams updated = params;
-    for (const py::handle item : mapping.attr("items")()) {
-        const py::tuple pair = py::reinterpret_borrow<py::tuple>(item);
-        const std::string name = py::str(pair[0]).cast<std::string>();
-        const py::handle value = pair[1];
+    forEachItem(mapping, "settings", "Profile.settings", [&](const py::handle& key, const py::handle& value) {
+        const std::string name = py::str(key).cast<std::string>();
         bool known = false;
         for (int i = 0; i < DnHostScaleCount && !known; ++i) {
             if (name == scaleKeyword(i)) {
@@ -123,9 +119,9 @@ void applySettings(DnFilterParams& params, const py::handle& mapping)
             known = true;
         }
         if (!known)
-            throw py::type_error("unknown setting " + py::repr(pair[0]).cast<std::string>() + "; the settings are " +
+            throw py::type_error("unknown setting " + py::repr(key).cast<std::string>() + "; the settings are " +
                                  py::str(", ").attr("join")(settingsDict(defaultSettings())).cast<std::string>());
-    }
+    });
     params = updated;
 }
 
