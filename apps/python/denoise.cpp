@@ -98,6 +98,10 @@ py::object denoise(const py::handle& image, const py::handle& profile, DenoiseOp
     const int length = chosen ? static_cast<int>(chosen->block().size()) : 0;
     run.run(
         [&] {
+            // A job without workers leaves its height behind as the
+            // process-wide rows per request; every call here starts from the
+            // library's default instead, as a fresh process would.
+            DnSetRowsPerThread(-1);
             return DnRemoveNoise2(&job, &params, 0, 0, in.width(), in.height(), block, length, getRow, putRow,
                                   forwardProgress<DenoiseJob>);
         },

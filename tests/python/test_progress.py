@@ -149,3 +149,16 @@ def test_other_python_threads_run_while_the_engine_works(tall, profile):
         thread.join()
     gains = np.diff(seen)
     assert gains.max() >= 200, seen
+
+
+def test_a_run_without_workers_does_not_change_later_runs(tall, profile, noisy):
+    # The library keeps the height of a job without workers as its rows per
+    # request for later jobs; the module starts every job afresh.
+    def reports():
+        calls = []
+        murmex.denoise(tall, profile, threads=1, progress=lambda text, fraction: calls.append(fraction))
+        return len(calls)
+
+    before = reports()
+    murmex.denoise(noisy, profile, threads=0)
+    assert reports() == before
