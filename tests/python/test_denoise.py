@@ -40,6 +40,19 @@ def test_uint16_rgb_is_bit_identical_to_the_program(noisy, profile, tmp_path, ru
     np.testing.assert_array_equal(murmex.denoise(noisy, str(tmp_path / "p.dnp"), threads=2, **SETTINGS), expected)
 
 
+@pytest.mark.parametrize("threads", [0, 1])
+def test_turbo_and_thread_counts_match_the_program(noisy, profile, tmp_path, run_cli, threads):
+    profile.save(tmp_path / "p.dnp")
+    tiff16.write(tmp_path / "in.tif", noisy)
+    run_cli("denoise", tmp_path / "in.tif", "-o", tmp_path / "out.tif", "--profile", tmp_path / "p.dnp",
+            "--threads", threads, "--turbo", *cli_options(murmex.DEFAULT_SETTINGS))
+
+    result = murmex.denoise(noisy, profile, threads=threads, turbo=True)
+
+    np.testing.assert_array_equal(result, tiff16.read(tmp_path / "out.tif"))
+    assert not np.array_equal(result, murmex.denoise(noisy, profile, threads=threads))
+
+
 def test_stored_settings_through_keywords_match_the_program(noisy, profile, tmp_path, run_cli):
     stored = murmex.Profile.from_bytes(bytes(profile))
     stored.settings = dict(lum_strength=6, chroma_strength=17, sharpen_amount=50)
