@@ -7,12 +7,19 @@ the best of each is compared, elapsed and in processor time (all threads,
 which other load on a shared machine disturbs less), and the two results
 must be identical.
 
-usage: bench/python_overhead.py [--build build] [--runs 3] [--threads N] [--size 6000x4000]
+On a loaded machine both times swing by 15% from run to run. --instructions
+counts instead, under valgrind's callgrind, the instructions executed inside
+DnRemoveNoise2 (callbacks included) without worker threads: a figure that
+load does not move (3000x2000 on 2026-11-23: engine alone 3.541e9, module
+3.578e9, +1.0%; the row conversions cost 134e6 where memcpy costs 97e6).
+
+usage: bench/python_overhead.py [--build build] [--runs 3] [--threads N] [--size 6000x4000] [--instructions]
 """
 
 import argparse
 import os
 import pathlib
+import re
 import resource
 import subprocess
 import sys
@@ -39,6 +46,26 @@ def processor_time():
     return usage.ru_utime + usage.ru_stime
 
 
+MODULE_RUN = """
+import sys
+import numpy as np
+import murmex
+width, height, raw, dnp, threads = sys.argv[1:]
+image = np.fromfile(raw, dtype=np.uint16).reshape(int(height), int(width), 3)
+murmex.denoise(image, murmex.Profile.load(dnp), threads=int(threads))
+"""
+
+
+def instructions(command, env=None):
+    """Instructions executed inside DnRemoveNoise2 by command, under callgrind."""
+    with tempfile.TemporaryDirectory() as tmp:
+        out = os.path.join(tmp, "callgrind.out")
+        subprocess.run(["valgrind", "--tool=callgrind", "--toggle-collect=DnRemoveNoise2",
+                        f"--callgrind-out-file={out}", *command], check=True, capture_output=True, env=env)
+        with open(out) as f:
+            return int(re.search(r"^totals: (\d+)", f.read(), re.M).group(1))
+
+
 def main():
     top = pathlib.Path(__file__).resolve().parent.parent
     parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
@@ -46,6 +73,8 @@ def main():
     parser.add_argument("--runs", type=int, default=3)
     parser.add_argument("--threads", type=int, default=os.cpu_count())
     parser.add_argument("--size", default="6000x4000")
+    parser.add_argument("--instructions", action="store_true",
+                        help="count instructions under callgrind, without worker threads, instead of timing")
     args = parser.parse_args()
     width, height = map(int, args.size.split("x"))
     build = pathlib.Path(args.build)
@@ -54,6 +83,19 @@ def main():
 
     image, tile = test_image(width, height)
     profile = murmex.Profile.measure(tile)
+    if args.instructions:
+        with tempfile.TemporaryDirectory() as tmp:
+            raw, dnp = os.path.join(tmp, "in.rgb16"), os.path.join(tmp, "p.dnp")
+            image.tofile(raw)
+            profile.save(dnp)
+            engine = instructions([str(build / "bench" / "murmex_engine_alone"), raw, str(width), str(height), dnp,
+                                   "0", "1"])
+            env = dict(os.environ, PYTHONPATH=str(build / "apps" / "python" / "module"))
+            module = instructions([sys.executable, "-c", MODULE_RUN, str(width), str(height), raw, dnp, "0"], env)
+        print(f"{width}x{height}, no worker threads, instructions in DnRemoveNoise2: engine alone {engine:.4g}, "
+              f"murmex.denoise {module:.4g}, overhead {100 * (module / engine - 1):+.1f}%")
+        return
+
     engine_times, module_times, engine_cpu, module_cpu = [], [], [], []
     with tempfile.TemporaryDirectory() as tmp:
         raw, dnp, out = (os.path.join(tmp, name) for name in ("in.rgb16", "p.dnp", "out.rgb16"))
