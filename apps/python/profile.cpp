@@ -267,12 +267,12 @@ py::dtype sampleDtype()
         formats.append(i < 4 ? "i4" : "f4");
         offsets.append(4 * i);
     }
-    py::dict spec;
-    spec["names"] = names;
-    spec["formats"] = formats;
-    spec["offsets"] = offsets;
-    spec["itemsize"] = sizeof(DnNoiseSample);
-    return py::dtype::from_args(spec);
+    py::dict layout;
+    layout["names"] = names;
+    layout["formats"] = formats;
+    layout["offsets"] = offsets;
+    layout["itemsize"] = sizeof(DnNoiseSample);
+    return py::dtype::from_args(layout);
 }
 
 py::array Profile::samples() const
