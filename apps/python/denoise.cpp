@@ -57,30 +57,30 @@ py::object denoise(const py::handle& image, const py::handle& profile, DenoiseOp
 {
     ArrayImage in = ArrayImage::from(image, "image");
     const py::array result = resultArray(in, options.out);
-    const py::module_ numpy = py::module_::import("numpy");
-    // The library reads rows again after it has written rows near them: a
-    // result that overlaps the image gets a private copy of the image.
-    if (numpy.attr("may_share_memory")(in.array(), result).cast<bool>())
-        in = ArrayImage::from(in.array().attr("copy")(), "image");
-    const ArrayImage target = ArrayImage::from(result, "out");
-    if (in.hasAlpha())
-        result[py::make_tuple(py::ellipsis(), -1)] = in.array()[py::make_tuple(py::ellipsis(), -1)];
+    const int threads = options.threads.value_or(static_cast<int>(std::max(1u, std::thread::hardware_concurrency())));
+    if (threads < 0)
+        throw py::value_error("threads must be 0 (the calling thread only) or more, not " + std::to_string(threads));
+    EngineRun run(options.progress);
 
     Profile loaded;
     const Profile* chosen = nullptr;
-    if (py::isinstance<Profile>(profile))
+    if (py::isinstance<Profile>(profile)) {
         chosen = &profile.cast<const Profile&>();
-    else if (!profile.is_none()) {
-        if (!py::isinstance<py::str>(profile) && !py::isinstance<py::bytes>(profile) && !py::hasattr(profile, "__fspath__"))
+    } else if (!profile.is_none()) {
+        if (!isPath(profile))
             throw py::type_error("profile must be a murmex.Profile, a path to a .dnp file or None, not " +
                                  py::repr(py::type::handle_of(profile)).cast<std::string>());
         loaded = Profile::load(profile);
         chosen = &loaded;
     }
 
-    int threads = options.threads.value_or(static_cast<int>(std::max(1u, std::thread::hardware_concurrency())));
-    if (threads < 0)
-        throw py::value_error("threads must be 0 (the calling thread only) or more, not " + std::to_string(threads));
+    // The library reads rows again after it has written rows near them: a
+    // result that overlaps the image gets a private copy of the image.
+    if (py::module_::import("numpy").attr("may_share_memory")(in.array(), result).cast<bool>())
+        in = ArrayImage::from(in.array().attr("copy")(), "image");
+    const ArrayImage target = ArrayImage::from(result, "out");
+    if (in.hasAlpha())
+        result[py::make_tuple(py::ellipsis(), -1)] = in.array()[py::make_tuple(py::ellipsis(), -1)];
 
     DnFilterParams params = options.settings;
     params.profilePath = nullptr;
@@ -92,7 +92,6 @@ py::object denoise(const py::handle& image, const py::handle& profile, DenoiseOp
     params.width = in.width();
     params.height = in.height();
 
-    EngineRun run(options.progress);
     DenoiseJob job{&in, &target, &run};
     const unsigned char* block = chosen ? chosen->block().data() : nullptr;
     const int length = chosen ? static_cast<int>(chosen->block().size()) : 0;

@@ -130,9 +130,14 @@ void readMeasured(void* hostContext, int y, int xStart, int xEnd, unsigned short
 
 }  // namespace
 
+bool isPath(const py::handle& object)
+{
+    return py::isinstance<py::str>(object) || py::isinstance<py::bytes>(object) || py::hasattr(object, "__fspath__");
+}
+
 std::string fsPath(const py::handle& path)
 {
-    if (!py::isinstance<py::str>(path) && !py::isinstance<py::bytes>(path) && !py::hasattr(path, "__fspath__"))
+    if (!isPath(path))
         throw py::type_error("a path must be a str or an os.PathLike, not " +
                              py::repr(py::type::handle_of(path)).cast<std::string>());
     return py::module_::import("os").attr("fsencode")(path).cast<std::string>();

@@ -52,6 +52,8 @@ private:
 // The dtype of Profile.samples: the 28 words of DnNoiseSample as named fields.
 pybind11::dtype sampleDtype();
 
+// True for what os.fspath takes: str, bytes, os.PathLike.
+bool isPath(const pybind11::handle& object);
 // A path argument as the bytes the system takes, and as text for messages.
 std::string fsPath(const pybind11::handle& path);
 std::string pathText(const pybind11::handle& path);

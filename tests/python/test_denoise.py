@@ -274,3 +274,12 @@ def test_unsuitable_arguments_are_refused(noisy, profile):
 def test_a_missing_profile_file_raises_the_library_error(noisy, tmp_path):
     with pytest.raises(murmex.Error, match="cannot load profile .*missing.dnp"):
         murmex.denoise(noisy, tmp_path / "missing.dnp")
+
+
+def test_refused_arguments_leave_out_untouched(noisy, profile):
+    rgba = np.concatenate([noisy, images.alpha_ramp(*noisy.shape[:2], np.uint16)[..., None]], axis=2)
+    out = np.zeros_like(rgba)
+    for bad in (dict(threads=-1), dict(progress=3), dict(profile=42), dict(lum_strength=-1)):
+        with pytest.raises((TypeError, ValueError)):
+            murmex.denoise(rgba, **{"profile": profile, **bad}, out=out)
+    assert not out.any()
