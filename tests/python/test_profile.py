@@ -1,0 +1,173 @@
+"""murmex.Profile: measuring, files, bytes, samples, settings and errors."""
+
+import json
+import pickle
+
+import numpy as np
+import pytest
+
+import images
+import murmex
+
+SAMPLE_FIELDS = (["left", "top", "right", "bottom", "y", "cr", "cb", "r", "g", "b", "lab_l", "lab_a", "lab_b"]
+                 + [f"noise_{c}{level}" for c in ("y", "cr", "cb") for level in range(5)])
+
+
+def test_samples_are_a_structured_array_of_the_28_words(profile):
+    samples = profile.samples
+    assert samples.dtype.names == tuple(SAMPLE_FIELDS)
+    assert samples.dtype.itemsize == 112
+    assert len(samples) > 0
+    noise = np.stack([samples[f] for f in SAMPLE_FIELDS[13:]])
+    assert ((noise > 0) | (noise == -1)).all()
+    assert (samples["noise_y0"] > 0).all()
+
+
+def test_samples_match_what_the_program_shows(profile, tmp_path, run_cli):
+    profile.save(tmp_path / "p.dnp")
+    shown = json.loads(run_cli("info", tmp_path / "p.dnp", "--json").stdout)
+    samples = profile.samples
+    assert len(samples) == shown["sample_count"]
+    for record, s in zip(samples, shown["samples"]):
+        assert [record[f] for f in ("left", "top", "right", "bottom")] == s["rect"]
+        got = [record[f] for f in SAMPLE_FIELDS[4:]]
+        want = s["ycrcb"] + s["rgb"] + s["lab"] + s["noise"]["y"] + s["noise"]["cr"] + s["noise"]["cb"]
+        np.testing.assert_array_equal(np.array(got, np.float32),
+                                      np.array([np.nan if v is None else v for v in want], np.float32))
+
+
+def test_settings_match_what_the_program_shows(profile, tmp_path, run_cli):
+    profile.save(tmp_path / "p.dnp")
+    shown = json.loads(run_cli("info", tmp_path / "p.dnp", "--json").stdout)["settings"]
+    assert profile.settings == {name.replace("-", "_"): value for name, value in shown.items()}
+
+
+def test_a_saved_and_loaded_profile_has_the_same_samples(tmp_path):
+    measured = murmex.Profile.measure(images.noisy_rgb16(seed=11))
+    measured.save(tmp_path / "m.dnp")
+    loaded = murmex.Profile.load(tmp_path / "m.dnp")
+    assert loaded.samples.tobytes() == measured.samples.tobytes()
+    assert loaded.settings == measured.settings
+    assert murmex.Profile.load(str(tmp_path / "m.dnp")).samples.tobytes() == measured.samples.tobytes()
+
+
+def test_bytes_and_pickle_round_trip(profile):
+    again = murmex.Profile.from_bytes(bytes(profile))
+    assert bytes(again) == bytes(profile)
+    assert again.samples.tobytes() == profile.samples.tobytes()
+    assert murmex.Profile.from_bytes(bytearray(bytes(profile))).settings == profile.settings
+    unpickled = pickle.loads(pickle.dumps(profile))
+    assert bytes(unpickled) == bytes(profile)
+
+
+def test_relaxed_measuring_finds_at_least_as_many_patches():
+    image = images.noisy_rgb16(seed=5)
+    assert len(murmex.Profile.measure(image, relaxed=True).samples) >= len(murmex.Profile.measure(image).samples)
+
+
+def test_assigned_settings_are_stored_in_the_profile(profile, tmp_path, run_cli):
+    p = murmex.Profile.from_bytes(bytes(profile))
+    before = p.settings
+    p.settings = {"lum_strength": 14.5, "sharpen_amount": 80, "low_frequency": True}
+    after = p.settings
+    # The library stores settings on its own scale: they come back within a float's rounding.
+    assert after == pytest.approx({**before, "lum_strength": 14.5, "sharpen_amount": 80.0, "low_frequency": True},
+                                  rel=1e-6)
+    assert murmex.Profile.from_bytes(bytes(p)).settings == after
+    p.save(tmp_path / "s.dnp")
+    assert murmex.Profile.load(tmp_path / "s.dnp").settings == after
+    shown = json.loads(run_cli("info", tmp_path / "s.dnp", "--json").stdout)["settings"]
+    assert shown["lum-strength"] == pytest.approx(14.5, rel=1e-6) and shown["low-frequency"] is True
+    assert p.samples.tobytes() == profile.samples.tobytes()
+
+    p.settings = before
+    assert p.settings == pytest.approx(before, rel=1e-6)
+
+
+def test_bad_settings_are_refused_and_change_nothing(profile):
+    p = murmex.Profile.from_bytes(bytes(profile))
+    before = p.settings
+    with pytest.raises(ValueError, match="chroma_contrast must be from 0 to 20"):
+        p.settings = {"lum_strength": 3, "chroma_contrast": -1}
+    with pytest.raises(TypeError, match="unknown setting 'strength'"):
+        p.settings = {"strength": 3}
+    with pytest.raises(TypeError, match="suppress_halos must be True or False"):
+        p.settings = {"suppress_halos": "no"}
+    with pytest.raises(TypeError, match="settings must be a dict"):
+        p.settings = [("lum_strength", 3)]
+    assert p.settings == before
+
+
+def test_a_corrupt_profile_raises_the_library_message_and_prints_nothing(profile, tmp_path, capfd, run_cli):
+    corrupt = bytearray(bytes(profile))
+    corrupt[len(corrupt) // 3:] = b"\xff" * (len(corrupt) - len(corrupt) // 3)
+    path = tmp_path / "corrupt.dnp"
+    path.write_bytes(bytes(corrupt))
+    # The program reports the library's message after the file's name.
+    shown = run_cli("info", path, check=False).stderr.strip()
+    engine_message = shown.split(f"{path}: ", 1)[1]
+    assert engine_message
+    capfd.readouterr()
+
+    with pytest.raises(murmex.Error) as loading:
+        murmex.Profile.load(path)
+    with pytest.raises(murmex.Error) as reading:
+        murmex.Profile.from_bytes(bytes(corrupt))
+    with pytest.raises(murmex.Error) as denoising:
+        murmex.denoise(images.noisy_rgb16(40, 60), path)
+
+    assert str(loading.value) == f"cannot load profile {path}: {engine_message}"
+    assert str(reading.value) == f"cannot read the profile data: {engine_message}"
+    assert str(denoising.value) == f"cannot load profile {path}: {engine_message}"
+    captured = capfd.readouterr()
+    assert captured.out == ""
+
+
+def test_empty_and_unsuitable_profile_data_is_refused():
+    with pytest.raises(murmex.Error, match="empty"):
+        murmex.Profile.from_bytes(b"")
+    with pytest.raises(murmex.Error, match="cannot read the profile data: "):
+        murmex.Profile.from_bytes(b"not a profile")
+    with pytest.raises(TypeError, match="takes bytes, not str"):
+        murmex.Profile.from_bytes("p.dnp")
+    with pytest.raises(TypeError, match="a path must be a str"):
+        murmex.Profile.load(3)
+
+
+def test_an_unwritable_path_raises_the_library_error(profile, tmp_path):
+    with pytest.raises(murmex.Error, match=f"cannot write profile {tmp_path}/no/such/dir/p.dnp: "):
+        profile.save(tmp_path / "no" / "such" / "dir" / "p.dnp")
+
+
+def test_measuring_leaves_stdout_clean(capfd):
+    # The library prints a diagnostic line while it measures.
+    murmex.Profile.measure(images.noisy_rgb16(80, 120))
+    assert capfd.readouterr().out == ""
+
+
+def test_the_header_is_stored_and_shown_by_the_program(profile, tmp_path, run_cli):
+    p = murmex.Profile.from_bytes(bytes(profile))
+    assert set(p.header.values()) == {None}
+    p.header = {"maker": "Acme", "model": "Model 7", "iso": 800, "exposure_comp": -0.5, "comment": "test"}
+    assert repr(p) == f"<murmex.Profile Acme Model 7, ISO 800, {len(p.samples)} samples>"
+    p.save(tmp_path / "h.dnp")
+    shown = json.loads(run_cli("info", tmp_path / "h.dnp", "--json").stdout)["header"]
+    assert shown == {"maker": "Acme", "model": "Model 7", "iso": 800, "exposurecomp": -0.5, "comment": "test"}
+    loaded = murmex.Profile.load(tmp_path / "h.dnp")
+    assert loaded.header == p.header
+    assert loaded.samples.tobytes() == profile.samples.tobytes()
+    assert loaded.settings == p.settings
+
+    p.header = {"comment": None, "iso": 1600}
+    assert p.header["comment"] is None and p.header["iso"] == 1600 and p.header["maker"] == "Acme"
+
+
+def test_bad_header_fields_are_refused(profile):
+    p = murmex.Profile.from_bytes(bytes(profile))
+    with pytest.raises(TypeError, match="unknown header field 'camera'"):
+        p.header = {"camera": "Acme"}
+    with pytest.raises(TypeError, match="header field iso must be an int"):
+        p.header = {"iso": "800"}
+    with pytest.raises(TypeError, match="header field maker must be a str"):
+        p.header = {"maker": 3}
+    assert set(p.header.values()) == {None}

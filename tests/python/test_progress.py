@@ -1,0 +1,164 @@
+"""Progress, cancelling, Ctrl-C and the GIL during a job."""
+
+import os
+import signal
+import threading
+import time
+
+import numpy as np
+import pytest
+
+import images
+import murmex
+
+
+@pytest.fixture(scope="module")
+def tall():
+    """An image with many batches of rows, so that a job can be stopped
+    half-way: 1200 x 200."""
+    return images.noisy_rgb16(1200, 200, seed=3)
+
+
+def test_progress_is_reported_on_the_calling_thread(noisy, profile):
+    calls = []
+
+    def progress(text, fraction):
+        calls.append((text, fraction, threading.get_ident()))
+
+    murmex.denoise(noisy, profile, threads=2, progress=progress)
+
+    assert len(calls) >= 3
+    assert all(isinstance(text, str) and text for text, _, _ in calls)
+    assert all(0.0 <= fraction <= 1.0 for _, fraction, _ in calls)
+    assert {ident for _, _, ident in calls} == {threading.get_ident()}
+    assert calls[-1][1] == 1.0
+
+
+def test_measuring_reports_progress(noisy):
+    fractions = []
+    murmex.Profile.measure(noisy, progress=lambda text, fraction: fractions.append(fraction))
+    assert fractions and fractions[-1] == 1.0
+
+
+def test_returning_true_cancels_the_job(tall, profile):
+    calls = []
+
+    def progress(text, fraction):
+        calls.append(fraction)
+        return len(calls) == 2
+
+    out = np.zeros_like(tall)
+    with pytest.raises(murmex.Cancelled):
+        murmex.denoise(tall, profile, threads=1, progress=progress, out=out)
+    # No report after the one that cancelled, and rows were left unwritten.
+    assert len(calls) == 2
+    unwritten = ~out.any(axis=(1, 2))
+    assert unwritten.sum() > tall.shape[0] // 2
+
+
+def test_cancelling_a_measurement(noisy):
+    with pytest.raises(murmex.Cancelled):
+        murmex.Profile.measure(noisy, progress=lambda text, fraction: True)
+
+
+class Interrupter:
+    """Sends SIGINT to the process once started is non-empty, but only while
+    the job has not returned, so that a late signal cannot escape the test."""
+
+    def __init__(self, started):
+        self.started = started
+        self.lock = threading.Lock()
+        self.running = True
+        self.thread = threading.Thread(target=self.run)
+        self.thread.start()
+
+    def run(self):
+        while not self.started:
+            time.sleep(0.001)
+            with self.lock:
+                if not self.running:
+                    return
+        with self.lock:
+            if self.running:
+                os.kill(os.getpid(), signal.SIGINT)
+
+    def job_returned(self):
+        with self.lock:
+            self.running = False
+        self.thread.join()
+
+
+@pytest.mark.parametrize("python_progress", [False, True])
+def test_ctrl_c_cancels_the_job_and_raises(tall, profile, python_progress):
+    # A builtin progress function runs no Python code, so the module's own
+    # signal check has to notice; a Python one gets the KeyboardInterrupt
+    # raised inside it.
+    started = {}
+    progress = started.__setitem__
+    if python_progress:
+        def progress(text, fraction):
+            started[text] = fraction
+    out = np.zeros_like(tall)
+    interrupter = Interrupter(started)
+    with pytest.raises(KeyboardInterrupt):
+        try:
+            murmex.denoise(tall, profile, threads=1, progress=progress, out=out)
+        finally:
+            interrupter.job_returned()
+    unwritten = ~out.any(axis=(1, 2))
+    assert unwritten.sum() > tall.shape[0] // 2
+
+
+def test_an_exception_in_progress_stops_the_job_and_is_raised(tall, profile):
+    def progress(text, fraction):
+        raise RuntimeError("stop here")
+
+    out = np.zeros_like(tall)
+    with pytest.raises(RuntimeError, match="stop here"):
+        murmex.denoise(tall, profile, threads=1, progress=progress, out=out)
+    assert (~out.any(axis=(1, 2))).sum() > tall.shape[0] // 2
+
+
+def test_other_python_threads_run_while_the_engine_works(tall, profile):
+    # With threads=0 and an image narrower than a strip, the engine computes
+    # every row between two progress reports. A thread that gives up the GIL
+    # at every step (sleep(0)) could take only a step or two per report if
+    # the GIL were held during the computation; it takes many.
+    go, stop = threading.Event(), threading.Event()
+    steps = [0]
+
+    def other():
+        go.wait()
+        while not stop.is_set():
+            time.sleep(0)
+            steps[0] += 1
+
+    seen = []
+
+    def progress(text, fraction):
+        go.set()
+        seen.append(steps[0])
+
+    thread = threading.Thread(target=other)
+    thread.start()
+    try:
+        murmex.denoise(tall, profile, threads=0, progress=progress)
+    finally:
+        stop.set()
+        go.set()
+        thread.join()
+    gains = np.diff(seen)
+    assert gains.max() >= 200, seen
+
+
+def test_a_run_without_workers_does_not_change_later_runs(tall, profile, noisy):
+    # The library keeps the height of a job without workers as its rows per
+    # request for later jobs; the module starts every job afresh.
+    def reports():
+        calls = []
+        murmex.denoise(tall, profile, threads=1, progress=lambda text, fraction: calls.append(fraction))
+        return len(calls)
+
+    before = reports()
+    murmex.denoise(noisy, profile, threads=0)
+    assert reports() == before
