@@ -9,6 +9,7 @@ packages=(
   clang libclang-rt-14-dev ccache
   libtiff-dev libpng-dev libjpeg62-turbo-dev libraw-dev libexiv2-dev libcli11-dev
   gimp libgimp2.0-dev xvfb xdotool
+  python3-numpy python3-scipy python3-skimage python3-tifffile
 )
 
 missing=()

@@ -108,8 +108,8 @@ class Corpus:
                            check=True, env=self.env, stdout=subprocess.DEVNULL)
         return path
 
-    def denoise(self, level, name, settings=None, auto=False, extra=()):
-        """Denoises one image; returns (psnr, ssim, chosen settings text or None)."""
+    def denoise(self, level, name, settings=None, auto=False, extra=(), with_ssim=True):
+        """Denoises one image; returns (psnr, ssim or None, chosen settings text or None)."""
         with tempfile.TemporaryDirectory() as tmp:
             out = os.path.join(tmp, "out.tif")
             cmd = [self.murmex, "denoise", self.noisy(level, name), "--profile", self.profile(level, name),
@@ -124,8 +124,8 @@ class Corpus:
                 sys.exit("harness: %s failed: %s" % (" ".join(cmd), r.stderr.strip()))
             result = read16(out)
         clean = self.clean_image(name)
-        chosen = [line for line in r.stderr.splitlines() if "settings" in line] if auto else None
-        return psnr(result, clean), ssim(result, clean), chosen
+        chosen = [line for line in r.stderr.splitlines() if "automatic settings" in line or "in the profile" in line] if auto else None
+        return psnr(result, clean), ssim(result, clean) if with_ssim else None, chosen
 
 
 def grid_search(corpus, level, name):
@@ -136,7 +136,7 @@ def grid_search(corpus, level, name):
     def score(s):
         key = tuple(sorted(s.items()))
         if key not in seen:
-            seen[key] = corpus.denoise(level, name, s)
+            seen[key] = corpus.denoise(level, name, s, with_ssim=False)
         return seen[key]
 
     best_score = score(best)
@@ -165,6 +165,8 @@ def main(argv):
     ap.add_argument("--images")
     ap.add_argument("--held-out", action="store_true", help="only the held-out images")
     ap.add_argument("--json")
+    ap.add_argument("--with", dest="earlier", action="append", default=[], metavar="FILE.json",
+                    help="also tabulate the results of an earlier --json (e.g. a grid search)")
     ap.add_argument("--jobs", type=int, default=2)
     args = ap.parse_args(argv)
     corpus = Corpus(args.corpus, os.path.abspath(args.murmex))
@@ -185,7 +187,8 @@ def main(argv):
     def run(task):
         mode, lv, name = task
         if mode == "grid":
-            (p, s, _), best, n = grid_search(corpus, lv, name)
+            (p, _, _), best, n = grid_search(corpus, lv, name)
+            _, s, _ = corpus.denoise(lv, name, best)
             return task, {"psnr": p, "ssim": s, "settings": best, "runs": n}
         if mode == "auto":
             p, s, chosen = corpus.denoise(lv, name, auto=True)
@@ -196,6 +199,13 @@ def main(argv):
     tasks = [(m, lv, n) for m in modes for lv in levels for n in images]
     with ThreadPoolExecutor(max_workers=max(1, args.jobs)) as pool:
         results = dict(pool.map(run, tasks))
+    for path in args.earlier:
+        with open(path) as f:
+            for r in json.load(f):
+                task = (r["mode"], r["level"], r["image"])
+                if task[0] not in modes and task[1] in levels and task[2] in images:
+                    results[task] = r
+    modes = sorted({t[0] for t in results}, key=["defaults", "set", "auto", "grid"].index)
 
     print("%-10s" % "level" + "".join("  %-16s" % m for m in modes))
     for lv in levels:
@@ -205,13 +215,20 @@ def main(argv):
             ss = [results[(m, lv, n)]["ssim"] for n in images]
             row += "  %6.2f dB %.4f" % (np.mean(ps), np.mean(ss))
         print(row)
-    if "defaults" in modes:
+    held = [n for n in images if n in corpus.meta["held_out"]]
+    if held and len(held) < len(images):
+        row = "%-10s" % "held out"
         for m in modes:
-            if m == "defaults":
+            row += "  %6.2f dB %.4f" % (np.mean([results[(m, lv, n)]["psnr"] for lv in levels for n in held]),
+                                       np.mean([results[(m, lv, n)]["ssim"] for lv in levels for n in held]))
+        print(row)
+    for m in modes:
+        for ref in ("defaults", "grid"):
+            if m == ref or ref not in modes:
                 continue
-            worst = min((results[(m, lv, n)]["psnr"] - results[("defaults", lv, n)]["psnr"], lv, n)
+            worst = min((results[(m, lv, n)]["psnr"] - results[(ref, lv, n)]["psnr"], lv, n)
                         for lv in levels for n in images)
-            print("%s vs defaults: worst image %+.2f dB (%s %s)" % (m, worst[0], worst[1], worst[2]))
+            print("%s vs %s: worst image %+.2f dB (%s %s)" % (m, ref, worst[0], worst[1], worst[2]))
     if args.json:
         with open(args.json, "w") as f:
             json.dump([{"mode": m, "level": lv, "image": n, **r} for (m, lv, n), r in results.items()], f, indent=1)
