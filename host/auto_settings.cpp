@@ -62,11 +62,11 @@ constexpr float kNoNoise = 1e-6f;
 // to the per-image grid-search best settings of the calibration images
 // (the held-out images excluded), refined by a search for the best mean
 // PSNR on them; bench/README.md gives the figures on the whole corpus. In
-// words: luminance strength grows fast with the noise (none at all below
-// about 1/1000 of full scale, where filtering costs more detail than it
-// removes noise); smoothness, which scales the profile's noise, follows the
-// ratio, so that a profile that overstates the noise is taken down; chroma
-// is filtered at every level, harder as the noise grows; sharpening never
+// words: luminance strength grows with the noise and falls with texture
+// (on finely detailed photos filtering costs more detail than it removes
+// noise); smoothness, which scales the profile's noise, follows the ratio,
+// so that a profile that overstates the noise is taken down; chroma is
+// filtered at every level, harder as the noise grows; sharpening never
 // paid on the corpus and stays off.
 struct ModelRow {
     const char* name;  // a row of DnHostScales
@@ -83,8 +83,8 @@ constexpr ModelRow kAutoModel[] = {
     {"lum-strength", false, false, 12.96f, 2.54f, 2.42f, -6.00f},
     {"lum-smoothness", false, true, 1.80f, 0.00f, 1.00f, 0.00f},
     {"lum-contrast", false, false, 10.32f, 0.02f, -0.07f, -0.25f},
-    {"chroma-strength", true, false, 9.92f, 2.30f, -0.79f, -4.19f},
-    {"chroma-smoothness", true, true, 2.80f, 0.50f, 2.00f, -1.00f},
+    {"chroma-strength", true, false, 9.92f, 2.30f, -2.79f, -5.19f},
+    {"chroma-smoothness", true, true, 2.80f, 0.50f, 1.50f, -1.75f},
     {"chroma-contrast", true, false, 10.04f, 0.05f, -0.88f, -1.05f},
     {"sharpen-amount", false, false, 0.0f, 0.0f, 0.0f, 0.0f},
     {"sharpen-radius", false, false, 1.7f, 0.0f, 0.0f, 0.0f},

@@ -6,9 +6,11 @@
 // image itself says, through the finest diagonal detail of its quietest
 // blocks, how much noise is really there. Their ratio tells how far the profile's
 // measurement is off (flat patches that are not quite flat, or too few of
-// them), and the image's own level tells how strongly to filter. Both are
-// mapped onto the host scales by a small table calibrated on the project's
-// noise corpus (bench/corpus): see kAutoModel in auto_settings.cpp. The
+// them), the image's own level tells how strongly to filter, and the
+// detail of its typical blocks against that level tells how much fine
+// texture there is to keep. These are mapped onto the host scales by a
+// small table calibrated on the project's noise corpus (bench/corpus): see
+// kAutoModel in auto_settings.cpp. The
 // clean image is never consulted, and the choice depends on nothing but the
 // image's pixels and the profile (not on threads or timing).
 #pragma once
