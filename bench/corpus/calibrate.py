@@ -104,7 +104,8 @@ def main(argv):
     args = ap.parse_args(argv)
     corpus = harness.Corpus(args.corpus, os.path.abspath(args.murmex))
     held_out = set(corpus.meta["held_out"])
-    cases = [(lv, n) for lv in corpus.meta["levels"] for n in corpus.meta["images"] if n not in held_out]
+    cases = [(lv, n) for lv in corpus.meta["levels"] for n in corpus.meta["images"]
+             if n not in held_out and corpus.has_samples(lv, n)]
 
     with open(args.grid) as f:
         grid = json.load(f)

@@ -8,7 +8,8 @@
 Every noisy image gets one profile, measured once with `murmex profile
 --relaxed` (the corpus images are small, with few flat patches) and kept in
 CORPUS/profiles; every run then denoises with that profile, so that all
-modes see the same noise measurement. Modes:
+modes see the same noise measurement (an image whose profile holds no
+sample is left out: the program refuses such a profile). Modes:
 
   defaults  the middle of every scale, no sharpening (the program's default)
   auto      --settings auto (the settings chosen from the image and profile)
@@ -108,6 +109,13 @@ class Corpus:
                            check=True, env=self.env, stdout=subprocess.DEVNULL)
         return path
 
+    def has_samples(self, level, name):
+        """Whether the image's profile holds any noise sample (the program
+        refuses a profile without samples: it would remove nothing)."""
+        r = subprocess.run([self.murmex, "info", self.profile(level, name), "--json"], check=True, env=self.env,
+                           capture_output=True, text=True)
+        return json.loads(r.stdout)["sample_count"] > 0
+
     def denoise(self, level, name, settings=None, auto=False, extra=(), with_ssim=True):
         """Denoises one image; returns (psnr, ssim or None, chosen settings text or None)."""
         with tempfile.TemporaryDirectory() as tmp:
@@ -180,9 +188,11 @@ def main(argv):
         k, v = item.split("=", 1)
         custom[k] = v in ("1", "yes", "true") if k in ("suppress-halos", "low-frequency") else float(v)
 
-    for lv in levels:
-        for name in images:
-            corpus.profile(lv, name)
+    # Images whose profile found no flat patch cannot be denoised with it and
+    # are left out.
+    cases = [(lv, n) for lv in levels for n in images if corpus.has_samples(lv, n)]
+    for lv, n in sorted(set((lv, n) for lv in levels for n in images) - set(cases)):
+        print("left out: %s %s (no noise sample in its profile)" % (lv, n))
 
     def run(task):
         mode, lv, name = task
@@ -196,14 +206,14 @@ def main(argv):
         p, s, _ = corpus.denoise(lv, name, custom if mode == "set" else DEFAULTS)
         return task, {"psnr": p, "ssim": s}
 
-    tasks = [(m, lv, n) for m in modes for lv in levels for n in images]
+    tasks = [(m, lv, n) for m in modes for lv, n in cases]
     with ThreadPoolExecutor(max_workers=max(1, args.jobs)) as pool:
         results = dict(pool.map(run, tasks))
     for path in args.earlier:
         with open(path) as f:
             for r in json.load(f):
                 task = (r["mode"], r["level"], r["image"])
-                if task[0] not in modes and task[1] in levels and task[2] in images:
+                if task[0] not in modes and (task[1], task[2]) in cases:
                     results[task] = r
     modes = sorted({t[0] for t in results}, key=["defaults", "set", "auto", "grid"].index)
 
@@ -211,23 +221,22 @@ def main(argv):
     for lv in levels:
         row = "%-10s" % lv
         for m in modes:
-            ps = [results[(m, lv, n)]["psnr"] for n in images]
-            ss = [results[(m, lv, n)]["ssim"] for n in images]
+            ps = [results[(m, lv, n)]["psnr"] for n in images if (lv, n) in cases]
+            ss = [results[(m, lv, n)]["ssim"] for n in images if (lv, n) in cases]
             row += "  %6.2f dB %.4f" % (np.mean(ps), np.mean(ss))
         print(row)
     held = [n for n in images if n in corpus.meta["held_out"]]
     if held and len(held) < len(images):
         row = "%-10s" % "held out"
         for m in modes:
-            row += "  %6.2f dB %.4f" % (np.mean([results[(m, lv, n)]["psnr"] for lv in levels for n in held]),
-                                       np.mean([results[(m, lv, n)]["ssim"] for lv in levels for n in held]))
+            row += "  %6.2f dB %.4f" % (np.mean([results[(m, lv, n)]["psnr"] for lv, n in cases if n in held]),
+                                       np.mean([results[(m, lv, n)]["ssim"] for lv, n in cases if n in held]))
         print(row)
     for m in modes:
         for ref in ("defaults", "grid"):
             if m == ref or ref not in modes:
                 continue
-            worst = min((results[(m, lv, n)]["psnr"] - results[(ref, lv, n)]["psnr"], lv, n)
-                        for lv in levels for n in images)
+            worst = min((results[(m, lv, n)]["psnr"] - results[(ref, lv, n)]["psnr"], lv, n) for lv, n in cases)
             print("%s vs %s: worst image %+.2f dB (%s %s)" % (m, ref, worst[0], worst[1], worst[2]))
     if args.json:
         with open(args.json, "w") as f:
