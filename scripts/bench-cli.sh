@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Times `murmex denoise` on a 12-megapixel 16-bit TIFF, the size of a
 # typical camera photo, the way a user runs it (reading, denoising and
-# writing the file included).
+# writing the file included), with the default and with the automatic
+# settings.
 #   scripts/bench-cli.sh [BUILD_DIR]     default: build/ (built when murmex is missing)
 # Extra options for denoise can be passed in MURMEX_BENCH_OPTIONS, e.g. "--threads 1".
 set -euo pipefail
@@ -35,3 +36,6 @@ echo "denoise with a profile file:          $t s"
 # shellcheck disable=SC2086
 t=$(seconds "$murmex" denoise "$work/noisy.tif" -o "$work/out2.tif" -q --library "$work/no-library" ${MURMEX_BENCH_OPTIONS:-})
 echo "denoise measuring the profile itself: $t s"
+# shellcheck disable=SC2086
+t=$(seconds "$murmex" denoise "$work/noisy.tif" --profile "$work/demo.dnp" --settings auto -o "$work/out3.tif" -q ${MURMEX_BENCH_OPTIONS:-})
+echo "denoise with a profile file, automatic settings: $t s"

@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "auto_option.h"
 #include "cli_commands.h"
 #include "cli_engine.h"
 #include "image_io.h"
@@ -40,6 +41,7 @@ struct DenoiseOptions {
     std::string library;
     std::string saveProfile;
     SettingsOptions settings;
+    AutoSettingsOption autoSettings;
     int threads = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
     bool turbo = false;
     bool background = false;
@@ -74,7 +76,9 @@ camera maker and model are the photo's, at the nearest ISO counted in stops
 measures (the library is not searched) and keeps that profile.
 
 Settings: those stored in the profile file when one is used, else the
-middle of every scale and no sharpening; options given override them.)";
+middle of every scale and no sharpening; with --settings auto, those chosen
+for the image from the noise measured in it and in the profile (-v shows
+them). Setting options given override either.)";
 
 bool isWritableExtension(const fs::path& p)
 {
@@ -223,11 +227,13 @@ void denoiseOne(const DenoiseOptions& o, const Job& job, size_t index, size_t co
         params = loaded.settings;
         profileCopy.emplace(profilePath);
         params.profilePath = profileCopy->path().c_str();
+        o.autoSettings.apply(image, loaded.bytes, params, displayName(job.input), o.output_.verbose);
     } else {
         profileText = "measured from the image";
         setDefaultSettings(params);
         measured = measureProfile(image, false, progress, job.input);
         throwIfInterrupted();
+        o.autoSettings.apply(image, measured, params, displayName(job.input), o.output_.verbose);
     }
     o.settings.applyTo(params);
     params.buildProfile = 0;
@@ -336,6 +342,7 @@ CommandRunner addDenoiseCommand(CLI::App& app)
     sub->add_option("--save-profile", o->saveProfile, "measure the profile from the image and keep it in FILE")
         ->type_name("FILE.dnp");
     o->settings.addTo(*sub);
+    o->autoSettings.addTo(*sub, "choose the settings for each image from its noise instead of the profile's");
     sub->add_option("-j,--threads", o->threads, "worker threads; 0 computes on the main thread")
         ->capture_default_str()
         ->check(wholeNumberWithin(0, 1024));

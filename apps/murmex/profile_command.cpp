@@ -4,6 +4,7 @@
 #include <memory>
 #include <system_error>
 
+#include "auto_option.h"
 #include "cli_commands.h"
 #include "cli_engine.h"
 #include "image_io.h"
@@ -27,6 +28,7 @@ struct ProfileOptions {
     CLI::Option* libraryOption = nullptr;
     bool relaxed = false;
     ReadLimits limits;
+    AutoSettingsOption autoSettings;
     OutputOptions output_;
 };
 
@@ -64,6 +66,7 @@ void runProfile(const ProfileOptions& o)
     const std::vector<uint8_t> bytes = withProfileHeader(measured, header);
     DnFilterParams settings{};
     setDefaultSettings(settings);
+    o.autoSettings.apply(image, bytes, settings, displayName(o.input), o.output_.verbose);
     saveProfile(target, bytes, settings);
 
     const size_t count = profileSamples(bytes, target).size();
@@ -83,7 +86,8 @@ CommandRunner addProfileCommand(CLI::App& app)
     sub->footer(
         "The profile's header (maker, model, ISO, shutter speed, exposure compensation, light source,\n"
         "contrast, sharpness, saturation, colour space, megapixels) comes from the photo's EXIF. Its\n"
-        "stored settings are the middle of every scale and no sharpening (change them with murmex set).\n"
+        "stored settings are the middle of every scale and no sharpening, or with --settings auto those\n"
+        "chosen for this photo from its noise (change them with murmex set).\n"
         "With --library the profile is stored in the library as DIR/MAKER/MODEL/NAME.dnp, the name\n"
         "made from the header. Prints the written file and its number of samples.");
     sub->add_option("input", o->input, "the photo to measure")->required()->type_name("INPUT");
@@ -96,6 +100,7 @@ CommandRunner addProfileCommand(CLI::App& app)
                            ->excludes(out);
     sub->add_flag("--relaxed", o->relaxed, "accept less uniform patches (for photos with few flat areas)");
     addReadLimits(*sub, o->limits);
+    o->autoSettings.addTo(*sub, "store the settings chosen for the photo from its noise");
     o->output_.addTo(*sub);
     return [o] { runProfile(*o); };
 }

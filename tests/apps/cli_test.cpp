@@ -463,7 +463,7 @@ TEST(CliDemo, WritesTheImagesAndReportsTheirPsnr)
         runMurmex({"demo", "--out-dir", dir.file("demo"), "--width", "400", "--height", "266", "-q"});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(listDir(dir.file("demo")),
-              (std::vector<std::string>{"clean.tif", "demo.dnp", "denoised.tif", "noisy.tif"}));
+              (std::vector<std::string>{"clean.tif", "demo.dnp", "denoised-auto.tif", "denoised.tif", "noisy.tif"}));
     const Image clean = readImage(dir.file("demo/clean.tif"));
     const Image noisy = readImage(dir.file("demo/noisy.tif"));
     const Image denoised = readImage(dir.file("demo/denoised.tif"));
@@ -487,6 +487,14 @@ TEST(CliDemo, WritesTheImagesAndReportsTheirPsnr)
     // A small scene offers fewer flat patches than the default one (which
     // gains over 6 dB), but the gain must still be clear.
     EXPECT_GT(psnr(denoised, clean), psnr(noisy, clean) + 1.5);
+    // The automatic settings' result on its own line beside the default one.
+    const Image automatic = readImage(dir.file("demo/denoised-auto.tif"));
+    char autoPsnr[32];
+    std::snprintf(autoPsnr, sizeof autoPsnr, "PSNR %6.2f dB", psnr(automatic, clean));
+    const std::vector<std::string> lines = splitLines(r.out);
+    EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
+        return contains(line, "denoised-auto.tif") && contains(line, autoPsnr) && contains(line, "automatic settings");
+    })) << r.out << autoPsnr;
     EXPECT_TRUE(contains(r.out, "time ")) << r.out;
 }
 
