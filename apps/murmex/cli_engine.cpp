@@ -10,6 +10,7 @@
 #include "app_error.h"
 #include "file_errors.h"
 #include "host/engine_output.h"
+#include "host/profile_samples.h"
 #include "host/progress_text.h"
 #include "safe_write.h"
 
@@ -41,20 +42,6 @@ void putScanline(void* context, int y, int xStart, int xEnd, unsigned short* pix
 int progressCallback(void* context, const char* stepText, float fraction)
 {
     return static_cast<HostJob*>(context)->progress->report(userStepText(stepText ? stepText : "").c_str(), fraction);
-}
-
-struct SampleList {
-    std::vector<DnNoiseSample> samples;
-};
-
-int collectSample(void* context, int count, int index, const DnNoiseSample* sample)
-{
-    auto* list = static_cast<SampleList*>(context);
-    if (list->samples.size() != static_cast<size_t>(count))
-        list->samples.resize(static_cast<size_t>(count));
-    if (index >= 0 && index < count)
-        list->samples[static_cast<size_t>(index)] = *sample;
-    return 0;
 }
 
 }  // namespace
@@ -161,13 +148,13 @@ void saveProfile(const std::string& path, const std::vector<uint8_t>& bytes, con
 
 std::vector<DnNoiseSample> profileSamples(const std::vector<uint8_t>& bytes, const std::string& path)
 {
-    SampleList list;
+    std::vector<DnNoiseSample> samples;
     EngineResult r = callEngine([&] {
-        return DnReadProfileSamples2(&list, bytes.data(), static_cast<int>(bytes.size()), collectSample);
+        return DnReadProfileSamples2(&samples, bytes.data(), static_cast<int>(bytes.size()), collectProfileSample);
     });
     if (r.failed())
         throw AppError("cannot read the samples of " + path + ": " + r.message());
-    return list.samples;
+    return samples;
 }
 
 void checkProfileSamples(const std::vector<uint8_t>& bytes, const std::string& path)

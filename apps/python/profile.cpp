@@ -14,6 +14,7 @@
 #include "engine_run.h"
 #include "header_dict.h"
 #include "host/host_error.h"
+#include "host/profile_samples.h"
 #include "settings.h"
 
 namespace py = pybind11;
@@ -84,29 +85,16 @@ ReadJob readProfileFile(const std::string& path, const std::string& context)
     return job;
 }
 
-struct SampleJob {
-    std::vector<DnNoiseSample> samples;
-};
-
-int collectSample(void* hostContext, int count, int index, const DnNoiseSample* sample)
-{
-    auto* job = static_cast<SampleJob*>(hostContext);
-    if (job->samples.size() != static_cast<size_t>(count))
-        job->samples.resize(static_cast<size_t>(count));
-    if (index >= 0 && index < count)
-        job->samples[static_cast<size_t>(index)] = *sample;
-    return 0;
-}
-
 std::vector<DnNoiseSample> readSamples(const std::vector<uint8_t>& block, const std::string& context)
 {
-    SampleJob job;
+    std::vector<DnNoiseSample> samples;
     EngineRun(py::none()).run(
         [&] {
-            return DnReadProfileSamples2(&job, block.data(), static_cast<int>(block.size()), collectSample);
+            return DnReadProfileSamples2(&samples, block.data(), static_cast<int>(block.size()),
+                                         murmex_host::collectProfileSample);
         },
         context);
-    return job.samples;
+    return samples;
 }
 
 murmex_host::ProfileHeader readHeader(const std::vector<uint8_t>& block)
