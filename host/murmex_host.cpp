@@ -14,6 +14,7 @@
 #include <system_error>
 #include <vector>
 
+#include "host/auto_settings.h"
 #include "host/camera_info.h"
 #include "host/engine_output.h"
 #include "host/host_error.h"
@@ -448,6 +449,15 @@ int murmex_host_denoise(void* host_context, const DnFilterParams* params, int le
         });
         if (r.failed())
             throw HostError("cannot denoise " + std::string(name ? name : "the image") + ": " + r.message());
+        return 1;
+    });
+}
+
+int murmex_host_auto_settings(void* host_context, DnGetScanlineCallback get, int width, int height,
+                              const MurmexHostProfile* profile, DnFilterParams* params, char** error)
+{
+    return guarded<int>(error, 0, [&] {
+        chooseAutoSettings(ScanlineImage{host_context, get, width, height}, profile->bytes, *params);
         return 1;
     });
 }

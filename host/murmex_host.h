@@ -103,6 +103,16 @@ int murmex_host_denoise(void* host_context, const DnFilterParams* params, int le
                         const MurmexHostProfile* profile, DnGetScanlineCallback get, DnPutScanlineCallback put,
                         DnProgressCallback progress, const char* name, char** error);
 
+/* ---- Automatic settings -------------------------------------------------- */
+
+/* Chooses the settings for the width x height image read through get (on
+ * the calling thread only) and its profile, as `murmex denoise --settings
+ * auto` does: writes the settings block of *params (the eight host scales
+ * and the two switches); its other fields are left as they are. Returns 1,
+ * or 0 with *error when the profile cannot be read. */
+int murmex_host_auto_settings(void* host_context, DnGetScanlineCallback get, int width, int height,
+                              const MurmexHostProfile* profile, DnFilterParams* params, char** error);
+
 #ifdef __cplusplus
 }
 #endif

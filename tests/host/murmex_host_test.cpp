@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "host/auto_settings.h"
 #include "host/host_settings.h"
 #include "support/scene.h"
 #include "support/temp_dir.h"
@@ -111,6 +112,35 @@ TEST(MurmexHost, MeasuresAndDenoisesAsTheEntryPointsDo)
     EXPECT_EQ(murmex_host_profile_sample_count(loaded), murmex_host_profile_sample_count(profile));
     murmex_host_profile_free(loaded);
     murmex_host_camera_free(camera);
+    murmex_host_profile_free(profile);
+}
+
+// The automatic settings through the C interface are the host library's
+// choice for the same image and profile; only the settings block changes.
+TEST(MurmexHost, ChoosesTheAutomaticSettingsOfTheHostLibrary)
+{
+    MemoryImage image = murmex_test::makeScene(320, 240);
+    murmex_test::addNoise(image, 900.0, 9);
+    char* error = nullptr;
+    MurmexHostProfile* profile = murmex_host_profile_measure(&image, get, 320, 240, 0, nullptr, "scene", &error);
+    ASSERT_NE(profile, nullptr) << take(error);
+
+    DnFilterParams viaHost{};
+    murmex_host_default_settings(&viaHost);
+    viaHost.width = 320;
+    viaHost.height = 240;
+    viaHost.threads = 3;
+    const DnFilterParams defaults = viaHost;
+    DnFilterParams direct = viaHost;
+    ASSERT_EQ(murmex_host_auto_settings(&image, get, 320, 240, profile, &viaHost, &error), 1) << take(error);
+    EXPECT_EQ(error, nullptr);
+    const std::vector<uint8_t> bytes(murmex_host_profile_data(profile),
+                                     murmex_host_profile_data(profile) + murmex_host_profile_length(profile));
+    murmex_host::chooseAutoSettings(murmex_host::ScanlineImage{&image, get, 320, 240}, bytes, direct);
+    EXPECT_EQ(std::memcmp(&viaHost, &direct, sizeof viaHost), 0);
+    EXPECT_NE(std::memcmp(&viaHost, &defaults, sizeof viaHost), 0) << "nothing was chosen";
+    EXPECT_EQ(viaHost.width, 320);
+    EXPECT_EQ(viaHost.threads, 3);
     murmex_host_profile_free(profile);
 }
 
