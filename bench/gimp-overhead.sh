@@ -21,7 +21,7 @@ env HOME="$work/home" XDG_CACHE_HOME="$work/home/.cache" XDG_CONFIG_HOME="$work/
   XDG_DATA_HOME="$work/home/.local/share" TMPDIR="$work/tmp" GIMP2_DIRECTORY="$work/profile" \
   MURMEX_PROFILES="$work/library" MURMEX_GIMP_TIMES=1 \
   timeout 900 gimp-console-2.10 -i --gimprc="$work/gimprc" \
-  -b "(let* ((img (car (gimp-file-load 1 \"$work/demo/noisy.tif\" \"noisy.tif\")))) (plug-in-murmex-denoise 1 img (car (gimp-image-get-active-drawable img)) \"$work/demo/demo.dnp\" 10 10 10 10 10 10 0 1.7 1 0))" \
+  -b "(let* ((img (car (gimp-file-load 1 \"$work/demo/noisy.tif\" \"noisy.tif\")))) (plug-in-murmex-denoise 1 img (car (gimp-image-get-active-drawable img)) \"$work/demo/demo.dnp\" 10 10 10 10 10 10 0 1.7 1 0 0))" \
   -b '(gimp-quit 0)' >"$work/log" 2>&1
 grep -q "batch command executed successfully" "$work/log" || { cat "$work/log"; exit 1; }
 line=$(grep "^murmex: " "$work/log" | sed 's/^murmex: //')

@@ -31,7 +31,7 @@ C
 cc -w -o "$work/grab" "$work/grab.c" $(pkg-config --cflags --libs gtk+-2.0)
 
 cat >"$work/shot.sh" <<SH
-gimp-2.10 -n -s -d -f -c --gimprc=$work/gimprc -b '(let* ((img (car (gimp-file-load 1 "$work/demo/noisy.tif" "noisy.tif")))) (plug-in-murmex-denoise RUN-INTERACTIVE img (car (gimp-image-get-active-drawable img)) "" 10 10 10 10 10 10 0 1.7 1 0))' -b '(gimp-quit 0)' &
+gimp-2.10 -n -s -d -f -c --gimprc=$work/gimprc -b '(let* ((img (car (gimp-file-load 1 "$work/demo/noisy.tif" "noisy.tif")))) (plug-in-murmex-denoise RUN-INTERACTIVE img (car (gimp-image-get-active-drawable img)) "" 10 10 10 10 10 10 0 1.7 1 0 0))' -b '(gimp-quit 0)' &
 gimp=\$!
 window=\$(timeout 60 xdotool search --sync --name '^Murmex Noise Reduction\$' | head -n 1)
 sleep 15

@@ -289,6 +289,22 @@ static gboolean denoise_drawable(gint32 image, gint32 drawable, const DenoiseVal
     return TRUE;
 }
 
+/* ---- Automatic settings -------------------------------------------------- */
+
+/* Stores the settings chosen for the job's drawable and profile in *v. */
+static gboolean choose_settings(DenoiseValues* v, const MurmexHostProfile* profile, Job* job, char** error)
+{
+    DnFilterParams params;
+    params_from_values(&params, v, job->pixels.width, job->pixels.height);
+    if (!murmex_host_auto_settings(job, job_get, job->pixels.width, job->pixels.height, profile, &params, error))
+        return FALSE;
+    for (int i = 0; i < DnHostScaleCount; ++i)
+        v->settings[i] = *DnHostScaleField(&params, i);
+    v->suppress_halos = params.suppressHalos;
+    v->low_frequency = params.lowFrequency;
+    return TRUE;
+}
+
 /* ---- The dialog --------------------------------------------------------- */
 
 enum { PROFILE_AUTO, PROFILE_MEASURE, PROFILE_FILE };
@@ -302,6 +318,9 @@ typedef struct {
     GtkWidget* mode;             /* the profile chooser */
     GtkWidget* file;             /* its .dnp file button */
     GtkWidget* profile_line;     /* which profile is in use */
+    GtkAdjustment* scales[DnHostScaleCount]; /* the sliders' values */
+    GtkWidget* halos;            /* the two switches */
+    GtkWidget* low;
     MurmexHostProfile* matched;  /* the library's match, loaded once */
     gboolean match_tried;
     MurmexHostProfile* measured; /* measured once per dialog */
@@ -312,6 +331,7 @@ typedef struct {
     gboolean cancel;             /* a value changed: stop the render in progress */
     gboolean rerender;           /* the preview was invalidated meanwhile: render again */
     gboolean closing;            /* the dialog got its answer */
+    gboolean auto_pending;       /* "Auto" was pressed during a render */
 } Dialog;
 
 static int dialog_mode(Dialog* d)
@@ -398,6 +418,23 @@ static void update_profile_line(Dialog* d, const MurmexHostProfile* profile)
     g_free(text);
 }
 
+/* Moves the sliders and switches to the settings chosen for the image and
+ * profile; each move invalidates the preview as a slider move by hand does. */
+static void apply_auto_settings(Dialog* d, const MurmexHostProfile* profile)
+{
+    DenoiseValues chosen = *d->values;
+    char* error = NULL;
+    if (!choose_settings(&chosen, profile, d->job, &error)) {
+        set_failure(d, error);
+        gtk_label_set_text(GTK_LABEL(d->profile_line), d->failure);
+        return;
+    }
+    for (int i = 0; i < DnHostScaleCount; ++i)
+        gtk_adjustment_set_value(d->scales[i], chosen.settings[i]);
+    gtk_toggle_button_set_active(GTK_TOGGLE_BUTTON(d->halos), chosen.suppress_halos != 0);
+    gtk_toggle_button_set_active(GTK_TOGGLE_BUTTON(d->low), chosen.low_frequency != 0);
+}
+
 /* The preview's progress callback: keeps the dialog alive while the engine
  * works, and cancels the render when a value changed meanwhile. */
 static int preview_progress(void* context, const char* step_text, float fraction)
@@ -481,6 +518,11 @@ static void preview_invalidated(Dialog* d)
         d->rerender = FALSE;
         const MurmexHostProfile* profile = dialog_profile(d);
         update_profile_line(d, profile);
+        if (d->auto_pending && profile) {
+            apply_auto_settings(d, profile);
+            d->cancel = FALSE; /* the render below already has the new values */
+        }
+        d->auto_pending = FALSE;
         if (profile)
             render_visible(d, profile);
     } while (d->rerender && !d->closing);
@@ -523,6 +565,23 @@ static void file_chosen(GtkFileChooserButton* button, Dialog* d)
         values_changed(d);
     else
         gtk_combo_box_set_active(GTK_COMBO_BOX(d->mode), PROFILE_FILE);
+}
+
+/* "Auto": the settings chosen for this image and the profile in use. During
+ * a preview render the profile may be in use by it: the render stops and
+ * the choice is made before the next one. */
+static void auto_clicked(GtkButton* button, Dialog* d)
+{
+    (void)button;
+    if (d->rendering) {
+        d->auto_pending = TRUE;
+        d->rerender = TRUE;
+        return;
+    }
+    const MurmexHostProfile* profile = dialog_profile(d);
+    update_profile_line(d, profile);
+    if (profile)
+        apply_auto_settings(d, profile);
 }
 
 /* Asks where to save a profile of the image's camera; its place in the
@@ -679,19 +738,27 @@ static gboolean denoise_dialog(gint32 image, gint32 drawable, DenoiseValues* v, 
                                               0.0, tip, NULL);
         g_free(label);
         g_free(tip);
+        d.scales[i] = GTK_ADJUSTMENT(adj);
         g_signal_connect(adj, "value-changed", G_CALLBACK(value_changed), &v->settings[i]);
         g_signal_connect_swapped(adj, "value-changed", G_CALLBACK(values_changed), &d);
     }
-    GtkWidget* halos = gtk_check_button_new_with_mnemonic("Suppress _halos");
+    GtkWidget* halos = d.halos = gtk_check_button_new_with_mnemonic("Suppress _halos");
     gtk_toggle_button_set_active(GTK_TOGGLE_BUTTON(halos), v->suppress_halos);
     gtk_box_pack_start(GTK_BOX(sbox), halos, FALSE, FALSE, 0);
     g_signal_connect(halos, "toggled", G_CALLBACK(switch_toggled), &v->suppress_halos);
     g_signal_connect_swapped(halos, "toggled", G_CALLBACK(values_changed), &d);
-    GtkWidget* low = gtk_check_button_new_with_mnemonic("Filter _low-frequency noise");
+    GtkWidget* low = d.low = gtk_check_button_new_with_mnemonic("Filter _low-frequency noise");
     gtk_toggle_button_set_active(GTK_TOGGLE_BUTTON(low), v->low_frequency);
     gtk_box_pack_start(GTK_BOX(sbox), low, FALSE, FALSE, 0);
     g_signal_connect(low, "toggled", G_CALLBACK(switch_toggled), &v->low_frequency);
     g_signal_connect_swapped(low, "toggled", G_CALLBACK(values_changed), &d);
+    row = gtk_hbox_new(FALSE, 6);
+    gtk_box_pack_start(GTK_BOX(sbox), row, FALSE, FALSE, 0);
+    GtkWidget* automatic = gtk_button_new_with_mnemonic("_Auto");
+    gimp_help_set_help_data(automatic, "Choose the settings for this image from its noise and the noise profile",
+                            NULL);
+    gtk_box_pack_end(GTK_BOX(row), automatic, FALSE, FALSE, 0);
+    g_signal_connect(automatic, "clicked", G_CALLBACK(auto_clicked), &d);
 
     g_signal_connect_swapped(d.preview, "invalidated", G_CALLBACK(preview_invalidated), &d);
     g_signal_connect(d.mode, "changed", G_CALLBACK(mode_changed), &d);
@@ -706,6 +773,12 @@ static gboolean denoise_dialog(gint32 image, gint32 drawable, DenoiseValues* v, 
     *profile = NULL;
     if (ok) {
         const MurmexHostProfile* chosen = dialog_profile(&d);
+        /* "Auto" pressed during a render that OK then ended: choose now. */
+        char* error = NULL;
+        if (chosen && d.auto_pending && !choose_settings(v, chosen, job, &error)) {
+            set_failure(&d, error);
+            chosen = NULL;
+        }
         if (!chosen)
             gimp_message(d.failure);
         else if (chosen == d.matched)
@@ -731,7 +804,7 @@ static gboolean denoise_dialog(gint32 image, gint32 drawable, DenoiseValues* v, 
 
 /* ---- plug-in-murmex-denoise ---------------------------------------------- */
 
-enum { DENOISE_FIXED_ARGS = 4, DENOISE_ARGS = DENOISE_FIXED_ARGS + DnHostScaleCount + 2 };
+enum { DENOISE_FIXED_ARGS = 4, DENOISE_ARGS = DENOISE_FIXED_ARGS + DnHostScaleCount + 3 };
 
 static void run_denoise(gint nparams, const GimpParam* param, GimpPDBStatusType* status)
 {
@@ -741,6 +814,7 @@ static void run_denoise(gint nparams, const GimpParam* param, GimpPDBStatusType*
 
     DenoiseValues v;
     default_values(&v);
+    gboolean choose = FALSE; /* the settings are chosen for the image */
     switch (run_mode) {
     case GIMP_RUN_INTERACTIVE:
     case GIMP_RUN_WITH_LAST_VALS:
@@ -761,8 +835,9 @@ static void run_denoise(gint nparams, const GimpParam* param, GimpPDBStatusType*
             }
             v.settings[i] = (gfloat)value;
         }
-        v.suppress_halos = param[DENOISE_ARGS - 2].data.d_int32 ? 1 : 0;
-        v.low_frequency = param[DENOISE_ARGS - 1].data.d_int32 ? 1 : 0;
+        v.suppress_halos = param[DENOISE_ARGS - 3].data.d_int32 ? 1 : 0;
+        v.low_frequency = param[DENOISE_ARGS - 2].data.d_int32 ? 1 : 0;
+        choose = param[DENOISE_ARGS - 1].data.d_int32 != 0;
         break;
     }
 
@@ -783,6 +858,8 @@ static void run_denoise(gint nparams, const GimpParam* param, GimpPDBStatusType*
     } else if (ok) {
         profile = resolve_profile(v.profile, image, &job, &error);
         ok = profile != NULL;
+        if (ok && choose)
+            ok = choose_settings(&v, profile, &job, &error);
     }
     if (ok)
         ok = denoise_drawable(image, drawable, &v, profile, &job, &error);
@@ -898,9 +975,13 @@ static void query(void)
         gchar* text = g_strdup_printf("%s, %g to %g (middle %g)", s->description, s->low, s->high, s->middle);
         denoise_args[DENOISE_FIXED_ARGS + i] = (GimpParamDef){GIMP_PDB_FLOAT, name, text};
     }
-    denoise_args[DENOISE_ARGS - 2] = (GimpParamDef){GIMP_PDB_INT32, "suppress-halos", "Suppress halos (TRUE or FALSE)"};
-    denoise_args[DENOISE_ARGS - 1] = (GimpParamDef){GIMP_PDB_INT32, "low-frequency",
+    denoise_args[DENOISE_ARGS - 3] = (GimpParamDef){GIMP_PDB_INT32, "suppress-halos", "Suppress halos (TRUE or FALSE)"};
+    denoise_args[DENOISE_ARGS - 2] = (GimpParamDef){GIMP_PDB_INT32, "low-frequency",
                                                     "Also filter the coarsest noise (TRUE or FALSE)"};
+    denoise_args[DENOISE_ARGS - 1] =
+        (GimpParamDef){GIMP_PDB_INT32, "auto-settings",
+                       "TRUE to choose all the settings for the image from its noise and the profile (the "
+                       "settings given above are then not used), FALSE to use them"};
     gimp_install_procedure(DENOISE_PROC, "Remove noise with a measured noise profile",
                            "Removes photographic noise with a multi-scale filter whose strength follows a noise "
                            "profile: the profile library's profile for the image's camera and ISO, one measured from "

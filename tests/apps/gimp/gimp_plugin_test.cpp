@@ -276,19 +276,26 @@ protected:
         return murmex_app::readImage(out);
     }
 
+    // Opens the dialog on input under a virtual X server, types keys, and
+    // saves the image to out.
+    void runDialog(const std::string& input, const std::string& out, const std::vector<std::string>& keys);
+
     fs::path dir_;
     int cliRuns_ = 0;
 };
 
-// Non-default settings, as the plug-in's arguments and as the program's options.
-const char* kSettingsArgs = "14 8 12 16 9 11 120 1.2 0 1";
+// Non-default settings, as the plug-in's arguments (the last one leaves the
+// automatic choice off) and as the program's options.
+const char* kSettingsArgs = "14 8 12 16 9 11 120 1.2 0 1 0";
 const std::vector<std::string> kSettingsOptions{
     "--lum-strength", "14", "--lum-smoothness", "8", "--lum-contrast", "12", "--chroma-strength", "16",
     "--chroma-smoothness", "9", "--chroma-contrast", "11", "--sharpen-amount", "120", "--sharpen-radius", "1.2",
     "--no-suppress-halos", "--low-frequency"};
 // The default settings (the middle of every scale, no sharpening, halo
 // suppression on, low frequencies off).
-const char* kDefaultArgs = "10 10 10 10 10 10 0 1.7 1 0";
+const char* kDefaultArgs = "10 10 10 10 10 10 0 1.7 1 0 0";
+// The settings chosen for the image: the settings given are not used.
+const char* kAutoArgs = "14 8 12 16 9 11 120 1.2 0 1 1";
 const std::vector<std::string> kDefaultOptions{
     "--lum-strength", "10", "--lum-smoothness", "10", "--lum-contrast", "10", "--chroma-strength", "10",
     "--chroma-smoothness", "10", "--chroma-contrast", "10", "--sharpen-amount", "0", "--sharpen-radius", "1.7",
@@ -570,6 +577,32 @@ TEST_F(GimpPluginTest, RunWithLastValuesRepeatsThePreviousSettings)
     EXPECT_TRUE(rgb(second) == rgb(cliDenoise(input, {"--profile", profile}, kSettingsOptions)));
 }
 
+TEST_F(GimpPluginTest, AutoSettingsMatchTheCommandLinesAutomaticSettings)
+{
+    const std::string input = photo("photo.tif");
+    const std::string profile = measuredProfile(input, "photo.dnp");
+    const GimpLog log = runGimp({
+        load(input),
+        denoise("1", profile, kAutoArgs),
+        save("1", path("with-file.tif")),
+        load(input),
+        denoise("2", "measure", kAutoArgs),
+        save("2", path("measured.tif")),
+    });
+    EXPECT_EQ(log.failed(), 0u) << log.text;
+    ASSERT_EQ(log.succeeded(), 6u) << log.text;
+
+    const Image withFile = murmex_app::readImage(path("with-file.tif"));
+    EXPECT_TRUE(rgb(withFile) == rgb(cliDenoise(input, {"--profile", profile, "--settings", "auto"}, {})))
+        << "not the program's automatic settings";
+    EXPECT_FALSE(rgb(withFile) == rgb(cliDenoise(input, {"--profile", profile}, kSettingsOptions)))
+        << "the settings given were used";
+    EXPECT_FALSE(rgb(withFile) == rgb(cliDenoise(input, {"--profile", profile}, kDefaultOptions)));
+    const Image measured = murmex_app::readImage(path("measured.tif"));
+    EXPECT_TRUE(rgb(measured) == rgb(cliDenoise(input, {"--settings", "auto"}, {})))
+        << "not the program's automatic settings with a profile measured from the image";
+}
+
 TEST_F(GimpPluginTest, ProfileProcedureWritesAProfileWithTheExifHeader)
 {
     const std::string input = photo("photo.tif");
@@ -600,27 +633,26 @@ TEST_F(GimpPluginTest, ProfileProcedureWritesAProfileWithTheExifHeader)
 }
 
 // The dialog under a virtual X server: xdotool finds it by its title and
-// presses OK; the image is then denoised.
-TEST_F(GimpPluginTest, InteractiveDialogOpensAndApplies)
+// types keys (each entry of keys one xdotool key command, after a pause);
+// the image is then saved to out.
+void GimpPluginTest::runDialog(const std::string& input, const std::string& out, const std::vector<std::string>& keys)
 {
     requireProgram("xvfb-run");
     requireProgram("xdotool");
     requireProgram("gimp-2.10");
-    const std::string input = photo("photo.tif");
-    const std::string out = path("out.tif");
     const std::string script = "(let* ((img (car (gimp-file-load 1 \"" + input + "\" \"photo.tif\")))) " +
                                "(plug-in-murmex-denoise RUN-INTERACTIVE img " + drawable("1") + " \"\" " +
                                kDefaultArgs + ") " + save("1", out) + ")";
-    std::ofstream(path("interactive.sh"))
-        << "gimp-2.10 -n -s -d -f -c --gimprc=" << path("gimprc") << " -b '" << script
-        << "' -b '(gimp-quit 0)' &\n"
-        << "gimp=$!\n"
-        << "window=$(timeout 60 xdotool search --sync --name '^Murmex Noise Reduction$' | head -n 1)\n"
-        << "[ -n \"$window\" ] || { echo 'no dialog'; kill $gimp; exit 1; }\n"
-        << "echo \"dialog $window\"\n"
-        << "sleep 2\n"
-        << "xdotool windowfocus --sync \"$window\" key alt+o\n"
-        << "wait $gimp\n";
+    std::ofstream sh(path("interactive.sh"));
+    sh << "gimp-2.10 -n -s -d -f -c --gimprc=" << path("gimprc") << " -b '" << script << "' -b '(gimp-quit 0)' &\n"
+       << "gimp=$!\n"
+       << "window=$(timeout 60 xdotool search --sync --name '^Murmex Noise Reduction$' | head -n 1)\n"
+       << "[ -n \"$window\" ] || { echo 'no dialog'; kill $gimp; exit 1; }\n"
+       << "echo \"dialog $window\"\n";
+    for (const std::string& key : keys)
+        sh << "sleep 3\nxdotool windowfocus --sync \"$window\" key " << key << "\n";
+    sh << "wait $gimp\n";
+    sh.close();
     const int status = spawn({"timeout", "180", "xvfb-run", "-a", "-s", "-screen 0 1280x800x24", "sh",
                               path("interactive.sh")},
                              environment(), path("gimp.log"));
@@ -629,8 +661,28 @@ TEST_F(GimpPluginTest, InteractiveDialogOpensAndApplies)
     expectNoSanitizerReport(log);
     EXPECT_NE(log.find("dialog "), std::string::npos) << log;
     EXPECT_EQ(count(log, "batch command executed successfully"), 1u) << log;
+}
+
+TEST_F(GimpPluginTest, InteractiveDialogOpensAndApplies)
+{
+    const std::string input = photo("photo.tif");
+    const std::string out = path("out.tif");
+    runDialog(input, out, {"alt+o"});
     const Image result = murmex_app::readImage(out);
     EXPECT_NE(rgb(result), rgb(murmex_app::readImage(input)));
+}
+
+// "Auto" moves the sliders to the settings the program chooses for the same
+// image and profile (here measured from it); OK then applies them.
+TEST_F(GimpPluginTest, InteractiveAutoButtonChoosesTheProgramsSettings)
+{
+    const std::string input = photo("photo.tif");
+    const std::string out = path("out.tif");
+    runDialog(input, out, {"alt+a", "alt+o"});
+    const Image result = murmex_app::readImage(out);
+    EXPECT_TRUE(rgb(result) == rgb(cliDenoise(input, {"--settings", "auto"}, {})))
+        << "not the program's automatic settings";
+    EXPECT_FALSE(rgb(result) == rgb(cliDenoise(input, {}, kDefaultOptions))) << "the sliders did not move";
 }
 
 }  // namespace
