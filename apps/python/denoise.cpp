@@ -7,6 +7,7 @@
 #include "array_image.h"
 #include "engine_run.h"
 #include "profile.h"
+#include "settings.h"
 
 namespace py = pybind11;
 
@@ -57,6 +58,8 @@ py::object denoise(const py::handle& image, const py::handle& profile, DenoiseOp
 {
     ArrayImage in = ArrayImage::from(image, "image");
     const py::array result = resultArray(in, options.out);
+    DnFilterParams params = defaultSettings();
+    options.settings.applyGiven(params);
     const int threads = options.threads.value_or(static_cast<int>(std::max(1u, std::thread::hardware_concurrency())));
     if (threads < 0)
         throw py::value_error("threads must be 0 (the calling thread only) or more, not " + std::to_string(threads));
@@ -73,6 +76,16 @@ py::object denoise(const py::handle& image, const py::handle& profile, DenoiseOp
         loaded = Profile::load(profile);
         chosen = &loaded;
     }
+    if (options.settings.automatic) {
+        // The choice needs the profile before the run: one measured from the
+        // image, as the library would measure it.
+        if (!chosen) {
+            loaded = Profile::measure(in.array(), false, py::none(), options.progress);
+            chosen = &loaded;
+        }
+        chooseSettings(in, chosen->block(), params);
+        options.settings.applyGiven(params);
+    }
 
     // The library reads rows again after it has written rows near them: a
     // result that overlaps the image gets a private copy of the image.
@@ -82,7 +95,6 @@ py::object denoise(const py::handle& image, const py::handle& profile, DenoiseOp
     if (in.hasAlpha())
         result[py::make_tuple(py::ellipsis(), -1)] = in.array()[py::make_tuple(py::ellipsis(), -1)];
 
-    DnFilterParams params = options.settings;
     params.profilePath = nullptr;
     params.buildProfile = chosen ? 0 : 1;
     params.saveProfile = 0;

@@ -32,7 +32,7 @@ def settings_parameters(indent):
     lines = []
     for name, value in murmex.DEFAULT_SETTINGS.items():
         kind = "bool" if isinstance(value, bool) else "float"
-        lines.append(f"{name}: {kind} = {value!r},")
+        lines.append(f"{name}: Optional[{kind}] = {value!r},")
     return ("\n" + indent).join(lines)
 
 

@@ -1,5 +1,6 @@
 // The murmex Python module: noise profiles and noise removal on numpy arrays,
 // over the library's C interface.
+#include <map>
 #include <string>
 
 #include <pybind11/numpy.h>
@@ -17,6 +18,8 @@ using namespace murmex_python;
 namespace {
 
 static_assert(DnHostScaleCount == 8, "denoise takes one keyword per host scale");
+
+using Scale = std::optional<float>;
 
 const char* kModuleDoc = R"(Photographic noise reduction on numpy arrays.
 
@@ -54,9 +57,15 @@ image's shape and dtype (out when given).
 profile: a murmex.Profile, a path to a .dnp file, or None to measure a profile
     from the image itself.
 
-The settings, on the host scales (murmex.SCALES); the defaults are
-murmex.DEFAULT_SETTINGS (pass **profile.settings to use those stored in a
-profile; values off a scale raise ValueError):
+settings: None, or "auto" to choose the settings for this image from its noise
+    and the profile (one measured from the image when profile is None), as
+    `murmex denoise --settings auto` does; the keywords below that are given
+    then replace the chosen values they name.
+
+The settings, on the host scales (murmex.SCALES); those not given are
+murmex.DEFAULT_SETTINGS, or the chosen ones with settings="auto" (pass
+**profile.settings to use those stored in a profile; values off a scale raise
+ValueError; None counts as not given):
 )";
     for (int i = 0; i < DnHostScaleCount; ++i)
         doc += std::string(scaleKeyword(i)) + ": " + scaleDoc(i) + "\n";
@@ -101,11 +110,13 @@ PYBIND11_MODULE(murmex, m)
 
     py::class_<Profile>(m, "Profile", kProfileDoc)
         .def_static("measure", &Profile::measure, py::arg("image"), py::arg("relaxed") = false, py::kw_only(),
-                    py::arg("progress") = py::none(),
+                    py::arg("settings") = py::none(), py::arg("progress") = py::none(),
                     (std::string("Measures a noise profile from an image: the library searches it for flat "
                                  "patches and measures their noise.\n\n") +
                      kImageDoc +
-                     "\nrelaxed: accept less uniform patches.\nprogress: as for murmex.denoise.\n"
+                     "\nrelaxed: accept less uniform patches.\nsettings: None, or \"auto\" to store in the "
+                     "profile the settings chosen for this image from its noise and the profile, as `murmex "
+                     "profile --settings auto` does.\nprogress: as for murmex.denoise.\n"
                      "Raises murmex.Error when the library fails.")
                         .c_str())
         .def_static("load", &Profile::load, py::arg("path"),
@@ -147,32 +158,35 @@ PYBIND11_MODULE(murmex, m)
                         [](const py::bytes& data) { return Profile::fromBytes(data); }));
 
     // The settings keywords: names, defaults and documented ranges all come
-    // from the library's host-scale table, read here at import.
-    const DnFilterParams& defaults = defaultSettings();
-    const py::dict defaultValues = settingsDict(defaults);
-    auto scaleArg = [&](int i) { return py::arg(scaleKeyword(i)) = defaultValues[scaleKeyword(i)]; };
+    // from the library's host-scale table, read here at import. A keyword
+    // not given arrives as None (so that settings="auto" can tell which
+    // values the caller named); the signature shows the default it stands for.
+    const py::dict defaultValues = settingsDict(defaultSettings());
+    std::map<std::string, std::string> shown;  // pybind11 copies them when the function is defined
+    for (const auto& [name, value] : defaultValues)
+        shown[py::str(name).cast<std::string>()] = py::repr(value).cast<std::string>();
+    auto settingArg = [&](const char* name) { return py::arg_v(name, py::none(), shown.at(name).c_str()); };
     m.def(
         "denoise",
-        [](const py::object& image, const py::object& profile, float s0, float s1, float s2, float s3, float s4,
-           float s5, float s6, float s7, bool suppressHalos, bool lowFrequency, std::optional<int> threads, bool turbo,
-           py::object progress, py::object out) {
+        [](const py::object& image, const py::object& profile, const py::object& settings, Scale s0, Scale s1,
+           Scale s2, Scale s3, Scale s4, Scale s5, Scale s6, Scale s7, std::optional<bool> suppressHalos,
+           std::optional<bool> lowFrequency, std::optional<int> threads, bool turbo, py::object progress,
+           py::object out) {
             DenoiseOptions options;
-            const float values[DnHostScaleCount] = {s0, s1, s2, s3, s4, s5, s6, s7};
-            for (int i = 0; i < DnHostScaleCount; ++i) {
-                checkScale(i, values[i]);
-                *DnHostScaleField(&options.settings, i) = values[i];
-            }
-            options.settings.suppressHalos = suppressHalos ? 1 : 0;
-            options.settings.lowFrequency = lowFrequency ? 1 : 0;
+            options.settings.automatic = automaticSettings(settings);
+            options.settings.scales = {s0, s1, s2, s3, s4, s5, s6, s7};
+            options.settings.suppressHalos = suppressHalos;
+            options.settings.lowFrequency = lowFrequency;
             options.threads = threads;
             options.turbo = turbo;
             options.progress = std::move(progress);
             options.out = std::move(out);
             return denoise(image, profile, std::move(options));
         },
-        py::arg("image"), py::arg("profile") = py::none(), py::kw_only(), scaleArg(0), scaleArg(1), scaleArg(2),
-        scaleArg(3), scaleArg(4), scaleArg(5), scaleArg(6), scaleArg(7),
-        py::arg(kSuppressHalos) = defaults.suppressHalos != 0, py::arg(kLowFrequency) = defaults.lowFrequency != 0,
-        py::arg("threads") = py::none(), py::arg("turbo") = false, py::arg("progress") = py::none(),
+        py::arg("image"), py::arg("profile") = py::none(), py::kw_only(), py::arg("settings") = py::none(),
+        settingArg(scaleKeyword(0)), settingArg(scaleKeyword(1)), settingArg(scaleKeyword(2)),
+        settingArg(scaleKeyword(3)), settingArg(scaleKeyword(4)), settingArg(scaleKeyword(5)),
+        settingArg(scaleKeyword(6)), settingArg(scaleKeyword(7)), settingArg(kSuppressHalos),
+        settingArg(kLowFrequency), py::arg("threads") = py::none(), py::arg("turbo") = false, py::arg("progress") = py::none(),
         py::arg("out") = py::none(), denoiseDoc().c_str());
 }

@@ -172,8 +172,9 @@ Profile Profile::fromBytes(const py::handle& data)
     return fromBlock(block, "the profile data");
 }
 
-Profile Profile::measure(const py::handle& image, bool relaxed, py::object progress)
+Profile Profile::measure(const py::handle& image, bool relaxed, const py::handle& settings, py::object progress)
 {
+    const bool automatic = automaticSettings(settings);
     const ArrayImage source = ArrayImage::from(image, "image");
     EngineRun run(std::move(progress));
     MeasureJob job{&source, &run};
@@ -188,7 +189,13 @@ Profile Profile::measure(const py::handle& image, bool relaxed, py::object progr
     const std::vector<uint8_t> block = adopt(data, length);
     if (block.empty())
         raiseError("cannot measure a noise profile: the library returned no profile");
-    return fromBlock(block, "the measured profile");
+    Profile p = fromBlock(block, "the measured profile");
+    if (automatic) {
+        DnFilterParams params = defaultSettings();
+        chooseSettings(source, p.block_, params);
+        p.storeSettings(params);
+    }
+    return p;
 }
 
 void Profile::save(const py::handle& path) const
@@ -204,6 +211,12 @@ void Profile::updateSettings(const py::handle& mapping)
 {
     DnFilterParams params = settings_;
     applySettings(params, mapping);
+    storeSettings(params);
+}
+
+void Profile::storeSettings(const DnFilterParams& settings)
+{
+    DnFilterParams params = settings;
     TempFile file;
     EngineRun(py::none()).run(
         [&] { return DnWriteProfile(file.path().c_str(), block_.data(), static_cast<int>(block_.size()), &params); },

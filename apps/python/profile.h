@@ -17,8 +17,11 @@ public:
     static Profile load(const pybind11::handle& path);
     // A serialised profile (anything with the buffer protocol).
     static Profile fromBytes(const pybind11::handle& data);
-    // DnBuildProfile2 on an image (see ArrayImage for what it accepts).
-    static Profile measure(const pybind11::handle& image, bool relaxed, pybind11::object progress);
+    // DnBuildProfile2 on an image (see ArrayImage for what it accepts); with
+    // settings "auto" (see automaticSettings) the profile stores the
+    // settings chosen for the image.
+    static Profile measure(const pybind11::handle& image, bool relaxed, const pybind11::handle& settings,
+                           pybind11::object progress);
 
     // DnWriteProfile: the block with the stored settings, as a file.
     void save(const pybind11::handle& path) const;
@@ -44,6 +47,8 @@ private:
     // Adopts a serialised profile: the library reads it back from a file,
     // which checks it and yields its settings. what names it in messages.
     static Profile fromBlock(const std::vector<uint8_t>& block, const std::string& what);
+    // Writes params's settings block into the profile.
+    void storeSettings(const DnFilterParams& params);
 
     std::vector<uint8_t> block_;
     DnFilterParams settings_{};

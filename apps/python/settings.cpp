@@ -3,6 +3,10 @@
 #include <array>
 #include <cstring>
 
+#include "array_image.h"
+#include "engine_run.h"
+#include "host/auto_settings.h"
+#include "host/host_error.h"
 #include "host/host_settings.h"
 #include "mapping_items.h"
 
@@ -123,6 +127,57 @@ void applySettings(DnFilterParams& params, const py::handle& mapping)
                                  py::str(", ").attr("join")(settingsDict(defaultSettings())).cast<std::string>());
     });
     params = updated;
+}
+
+void SettingsRequest::applyGiven(DnFilterParams& params) const
+{
+    for (int i = 0; i < DnHostScaleCount; ++i) {
+        if (scales[i]) {
+            checkScale(i, *scales[i]);
+            *DnHostScaleField(&params, i) = *scales[i];
+        }
+    }
+    if (suppressHalos)
+        params.suppressHalos = *suppressHalos ? 1 : 0;
+    if (lowFrequency)
+        params.lowFrequency = *lowFrequency ? 1 : 0;
+}
+
+bool automaticSettings(const py::handle& settings)
+{
+    if (settings.is_none())
+        return false;
+    if (!py::isinstance<py::str>(settings))
+        throw py::type_error("settings must be \"auto\" or None, not " + py::repr(settings).cast<std::string>());
+    if (settings.cast<std::string>() != "auto")
+        throw py::value_error("settings must be \"auto\" or None, not " + py::repr(settings).cast<std::string>());
+    return true;
+}
+
+namespace {
+
+void readImageRow(void* context, int y, int xStart, int xEnd, unsigned short* pixels)
+{
+    static_cast<const ArrayImage*>(context)->readRow(y, xStart, xEnd, pixels);
+}
+
+}  // namespace
+
+void chooseSettings(const ArrayImage& image, const std::vector<uint8_t>& profile, DnFilterParams& params)
+{
+    std::string failure;
+    {
+        py::gil_scoped_release released;
+        try {
+            murmex_host::chooseAutoSettings(
+                murmex_host::ScanlineImage{const_cast<ArrayImage*>(&image), readImageRow, image.width(), image.height()},
+                profile, params);
+        } catch (const murmex_host::HostError& e) {
+            failure = e.what();
+        }
+    }
+    if (!failure.empty())
+        raiseError("cannot choose the settings: " + failure);
 }
 
 std::string scaleDoc(int i)

@@ -283,3 +283,53 @@ def test_refused_arguments_leave_out_untouched(noisy, profile):
         with pytest.raises((TypeError, ValueError)):
             murmex.denoise(rgba, **{"profile": profile, **bad}, out=out)
     assert not out.any()
+
+
+def chosen_settings(stderr):
+    """The settings that `murmex denoise --settings auto -v` reports choosing."""
+    line = next(line for line in stderr.splitlines() if ": automatic settings: " in line)
+    words = line.split(": automatic settings: ", 1)[1].split()
+    return {name.replace("-", "_"): (value == "yes") if value in ("yes", "no") else float(value)
+            for name, value in zip(words[::2], words[1::2])}
+
+
+def test_auto_settings_match_the_program(noisy, profile, tmp_path, run_cli):
+    profile.save(tmp_path / "p.dnp")
+    tiff16.write(tmp_path / "in.tif", noisy)
+    run_cli("denoise", tmp_path / "in.tif", "-o", tmp_path / "file.tif", "--profile", tmp_path / "p.dnp",
+            "--settings", "auto")
+    # Without a profile both measure one from the image first.
+    run_cli("denoise", tmp_path / "in.tif", "-o", tmp_path / "measured.tif", "--settings", "auto")
+
+    result = murmex.denoise(noisy, profile, settings="auto")
+
+    np.testing.assert_array_equal(result, tiff16.read(tmp_path / "file.tif"))
+    assert not np.array_equal(result, murmex.denoise(noisy, profile))
+    np.testing.assert_array_equal(murmex.denoise(noisy, settings="auto"), tiff16.read(tmp_path / "measured.tif"))
+
+
+def test_keywords_given_with_auto_replace_the_chosen_values(noisy, profile, tmp_path, run_cli):
+    profile.save(tmp_path / "p.dnp")
+    tiff16.write(tmp_path / "in.tif", noisy)
+    chosen = chosen_settings(run_cli("denoise", tmp_path / "in.tif", "-o", tmp_path / "auto.tif", "--profile",
+                                     tmp_path / "p.dnp", "--settings", "auto", "-v").stderr)
+    explicit = dict(lum_strength=3.5, low_frequency=not chosen["low_frequency"])
+    assert all(chosen[name] != value for name, value in explicit.items())
+    run_cli("denoise", tmp_path / "in.tif", "-o", tmp_path / "out.tif", "--profile", tmp_path / "p.dnp",
+            "--settings", "auto", *cli_options(explicit))
+
+    result = murmex.denoise(noisy, profile, settings="auto", **explicit)
+
+    np.testing.assert_array_equal(result, tiff16.read(tmp_path / "out.tif"))
+    # The values named are the explicit ones, the others the chosen ones.
+    np.testing.assert_array_equal(result, murmex.denoise(noisy, profile, **dict(chosen, **explicit)))
+    assert not np.array_equal(result, tiff16.read(tmp_path / "auto.tif"))
+    # Without auto, a setting given as None is the default.
+    np.testing.assert_array_equal(murmex.denoise(noisy, profile, lum_strength=None), murmex.denoise(noisy, profile))
+
+
+@pytest.mark.parametrize("settings, error", [("fast", ValueError), ("AUTO", ValueError), (1, TypeError),
+                                             ({"lum_strength": 3}, TypeError)])
+def test_settings_other_than_auto_are_refused(noisy, profile, settings, error):
+    with pytest.raises(error, match='settings must be "auto" or None'):
+        murmex.denoise(noisy, profile, settings=settings)

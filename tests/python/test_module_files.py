@@ -42,7 +42,7 @@ def test_the_stub_declares_denoise_as_the_module_does():
     denoise = stub_definition(stub_tree(), "denoise")
     assert [a.arg for a in denoise.args.args] == ["image", "profile"]
     keywords = [a.arg for a in denoise.args.kwonlyargs]
-    assert keywords == list(murmex.DEFAULT_SETTINGS) + ["threads", "turbo", "progress", "out"]
+    assert keywords == ["settings"] + list(murmex.DEFAULT_SETTINGS) + ["threads", "turbo", "progress", "out"]
     defaults = dict(zip(keywords, (ast.literal_eval(d) for d in denoise.args.kw_defaults)))
     for name, value in murmex.DEFAULT_SETTINGS.items():
         assert defaults[name] == value and type(defaults[name]) is type(value), name
@@ -50,6 +50,9 @@ def test_the_stub_declares_denoise_as_the_module_does():
     signature = murmex.denoise.__doc__.split("\n", 1)[0]
     assert re.findall(r"(\w+): ", signature.split("*,", 1)[1]) == keywords
     assert "lum_strength: luminance noise reduction strength, 0 to 20" in ast.get_docstring(denoise)
+    assert 'settings: None, or "auto" to choose the settings' in ast.get_docstring(denoise)
+    measure = stub_definition(stub_definition(stub_tree(), "Profile", ast.ClassDef), "measure")
+    assert [a.arg for a in measure.args.kwonlyargs] == ["settings", "progress"]
 
 
 def test_the_stub_covers_every_public_name():

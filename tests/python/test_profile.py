@@ -8,6 +8,7 @@ import pytest
 
 import images
 import murmex
+import tiff16
 
 SAMPLE_FIELDS = (["left", "top", "right", "bottom", "y", "cr", "cb", "r", "g", "b", "lab_l", "lab_a", "lab_b"]
                  + [f"noise_{c}{level}" for c in ("y", "cr", "cb") for level in range(5)])
@@ -171,3 +172,17 @@ def test_bad_header_fields_are_refused(profile):
     with pytest.raises(TypeError, match="header field maker must be a str"):
         p.header = {"maker": 3}
     assert set(p.header.values()) == {None}
+
+
+def test_measuring_with_auto_settings_stores_what_the_program_stores(tmp_path, run_cli):
+    noisy = images.noisy_rgb16()
+    tiff16.write(tmp_path / "in.tif", noisy)
+    run_cli("profile", tmp_path / "in.tif", "-o", tmp_path / "auto.dnp", "--settings", "auto")
+
+    measured = murmex.Profile.measure(noisy, settings="auto")
+
+    assert measured.settings == murmex.Profile.load(tmp_path / "auto.dnp").settings
+    assert measured.settings != murmex.DEFAULT_SETTINGS
+    assert measured.samples.tobytes() == murmex.Profile.measure(noisy).samples.tobytes()
+    with pytest.raises(ValueError, match='settings must be "auto" or None'):
+        murmex.Profile.measure(noisy, settings="best")
