@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Takes the README's picture of the plug-in's dialog: GIMP opens the demo's
-# noisy photo under a virtual X server, the dialog is opened, its preview
-# left to render, and the dialog's window saved as docs/gimp-dialog.png.
+# noisy photo under a virtual X server, the dialog is opened, Auto pressed,
+# its preview left to render, and the dialog's window saved as docs/gimp-dialog.png.
 # Needs a build in build/ (cmake --build build) and xvfb-run and xdotool.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
@@ -34,7 +34,9 @@ cat >"$work/shot.sh" <<SH
 gimp-2.10 -n -s -d -f -c --gimprc=$work/gimprc -b '(let* ((img (car (gimp-file-load 1 "$work/demo/noisy.tif" "noisy.tif")))) (plug-in-murmex-denoise RUN-INTERACTIVE img (car (gimp-image-get-active-drawable img)) "" 10 10 10 10 10 10 0 1.7 1 0 0))' -b '(gimp-quit 0)' &
 gimp=\$!
 window=\$(timeout 60 xdotool search --sync --name '^Murmex Noise Reduction\$' | head -n 1)
-sleep 15
+sleep 10
+xdotool windowfocus --sync "\$window" key alt+a
+sleep 10
 "$work/grab" "\$window" "$out"
 xdotool windowfocus --sync "\$window" key Escape
 wait \$gimp

@@ -747,13 +747,13 @@ static gboolean denoise_dialog(gint32 image, gint32 drawable, DenoiseValues* v, 
     gtk_box_pack_start(GTK_BOX(sbox), halos, FALSE, FALSE, 0);
     g_signal_connect(halos, "toggled", G_CALLBACK(switch_toggled), &v->suppress_halos);
     g_signal_connect_swapped(halos, "toggled", G_CALLBACK(values_changed), &d);
-    GtkWidget* low = d.low = gtk_check_button_new_with_mnemonic("Filter _low-frequency noise");
-    gtk_toggle_button_set_active(GTK_TOGGLE_BUTTON(low), v->low_frequency);
-    gtk_box_pack_start(GTK_BOX(sbox), low, FALSE, FALSE, 0);
-    g_signal_connect(low, "toggled", G_CALLBACK(switch_toggled), &v->low_frequency);
-    g_signal_connect_swapped(low, "toggled", G_CALLBACK(values_changed), &d);
     row = gtk_hbox_new(FALSE, 6);
     gtk_box_pack_start(GTK_BOX(sbox), row, FALSE, FALSE, 0);
+    GtkWidget* low = d.low = gtk_check_button_new_with_mnemonic("Filter _low-frequency noise");
+    gtk_toggle_button_set_active(GTK_TOGGLE_BUTTON(low), v->low_frequency);
+    gtk_box_pack_start(GTK_BOX(row), low, FALSE, FALSE, 0);
+    g_signal_connect(low, "toggled", G_CALLBACK(switch_toggled), &v->low_frequency);
+    g_signal_connect_swapped(low, "toggled", G_CALLBACK(values_changed), &d);
     GtkWidget* automatic = gtk_button_new_with_mnemonic("_Auto");
     gimp_help_set_help_data(automatic, "Choose the settings for this image from its noise and the noise profile",
                             NULL);
