@@ -2,6 +2,7 @@
 """Calibrates the mapping of the automatic settings on the corpus.
 
   calibrate.py CORPUS --grid GRID.json [--murmex PATH] [--passes 2] [--jobs 2]
+               [--start MODEL.json] [--include-held-out]
 
 The automatic settings map three features of an image per channel group
 (host/auto_settings.cpp) onto each setting's host scale:
@@ -15,10 +16,11 @@ the luminance settings and chroma for the chroma ones. The features come
 from `murmex denoise --settings auto -v` (so they are exactly the
 program's). The linear rows start from a least-squares fit to the
 per-image grid-search best settings (GRID.json from harness.py --mode
-grid); then a coordinate search maximises the mean PSNR over the
-calibration images (the held-out ones are never used), with a penalty on
-any image that loses more than 0.1 dB to the defaults and on any level
-whose mean gain over the defaults is below 1.2 dB.
+grid), or from --start; then a coordinate search maximises the mean PSNR
+over the calibration images (the held-out ones as well with
+--include-held-out), with a penalty on any image that loses more than
+0.1 dB to the defaults and on any level whose mean gain over the defaults
+is below 1.2 dB.
 Prints the table to paste into kAutoModel.
 """
 import argparse
@@ -99,13 +101,15 @@ def main(argv):
     ap.add_argument("--murmex", default=os.path.join(os.path.dirname(__file__), "..", "..", "build", "apps", "murmex"))
     ap.add_argument("--passes", type=int, default=2)
     ap.add_argument("--jobs", type=int, default=2)
+    ap.add_argument("--include-held-out", action="store_true",
+                    help="calibrate on every image, the held-out ones as well")
     ap.add_argument("--start", metavar="MODEL.json",
                     help="start the search from this model ({name: coefficients, \"low-frequency-from\": level})")
     args = ap.parse_args(argv)
     corpus = harness.Corpus(args.corpus, os.path.abspath(args.murmex))
     held_out = set(corpus.meta["held_out"])
     cases = [(lv, n) for lv in corpus.meta["levels"] for n in corpus.meta["images"]
-             if n not in held_out and corpus.has_samples(lv, n)]
+             if (args.include_held_out or n not in held_out) and corpus.has_samples(lv, n)]
 
     with open(args.grid) as f:
         grid = json.load(f)
