@@ -44,8 +44,8 @@ LEVELS = {
 # White-balance gains of a daylight raw (red and blue are recorded weaker).
 WB_GAINS = np.array([2.1, 1.0, 1.6])
 
-# name -> (loader, reduction factor). Images used to calibrate come first;
-# the held-out ones are only ever used to check.
+# name -> (loader, reduction factor). The held-out images are left out of
+# the calibration of the automatic settings unless it is asked to take them.
 HELD_OUT = ["rocket", "immunohistochemistry"]
 
 
