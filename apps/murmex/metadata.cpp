@@ -206,9 +206,16 @@ Exiv2::XmpData sourceXmp(const Exiv2::Image& source, const std::string& path)
         return xmp;
     const std::map<std::string, std::string> documents = readJpegExtendedXmp(path);
     const auto document = documents.find(guid);
-    Exiv2::XmpData extended;
-    if (document == documents.end() || Exiv2::XmpParser::decode(extended, document->second) != 0)
+    if (document == documents.end())
         return xmp;
+    Exiv2::XmpData extended;
+    try {
+        // Exiv2 reports most bad XMP by its result, some by throwing.
+        if (Exiv2::XmpParser::decode(extended, document->second) != 0)
+            return xmp;
+    } catch (const Exiv2::AnyError&) {
+        return xmp;
+    }
     std::set<std::string> replaced;
     for (const Exiv2::Xmpdatum& d : extended)
         replaced.insert(topLevelProperty(d.key()));

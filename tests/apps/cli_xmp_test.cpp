@@ -350,9 +350,17 @@ TEST(CliXmp, DamagedExtendedXmpIsLeftOutWithItsNote)
     const std::string profile = makeProfile(dir, "p.dnp", 300, 200);
     // The middle chunk is missing.
     writeJpegWithExtendedXmp(dir, dir.file("in.jpg"), extendedDocument(), {0, 2});
-    denoise(dir.file("in.jpg"), dir.file("out.tif"), profile);
-    const Properties out = fileXmp(dir.file("out.tif"));
-    EXPECT_EQ(out, (Properties{{"Xmp.dc.title", "lang=\"x-default\" Harbour at dawn"}}));
+    // Whole, but no XMP (the XML breaks off).
+    const std::string document = extendedDocument();
+    writeJpegWithExtendedXmp(dir, dir.file("broken.jpg"), document.substr(0, document.size() - 30), {0, 1, 2});
+    for (const char* name : {"in.jpg", "broken.jpg"}) {
+        SCOPED_TRACE(name);
+        for (const char* out : {"out.tif", "out.jpg"}) {
+            denoise(dir.file(name), dir.file(out), profile);
+            EXPECT_EQ(fileXmp(dir.file(out)), (Properties{{"Xmp.dc.title", "lang=\"x-default\" Harbour at dawn"}}));
+        }
+        EXPECT_EQ(jpegXmp(dir.file("out.jpg")).extendedSegments, 0u);
+    }
 }
 
 TEST(CliXmp, SmallXmpStaysInOneSegmentOfAJpegOutput)
