@@ -1,7 +1,9 @@
 // Reads arbitrary bytes as a photo through the murmex application's own
-// readers (TIFF, PNG, JPEG), with a pixel limit that keeps what a lying
-// header can make it allocate below the fuzzer's malloc limit. Every input
-// must end in an AppError or in an image whose buffers match its size.
+// readers (TIFF, PNG, JPEG and a JPEG's extended XMP), with a pixel limit
+// that keeps what a lying header can make it allocate below the fuzzer's
+// malloc limit. Every input must end in an AppError or in an image whose
+// buffers match its size; an extended XMP document found is never larger
+// than the file.
 // Inputs that the application would hand to the camera raw decoder are
 // skipped: that decoder is a library of its own.
 #include <sys/mman.h>
@@ -15,6 +17,7 @@
 #include "app_error.h"
 #include "image_formats.h"
 #include "image_io.h"
+#include "jpeg_xmp.h"
 
 namespace {
 
@@ -51,6 +54,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         const detail::SourceKind kind = detail::detectSource(file.path());
         if (kind != detail::SourceKind::Tiff && kind != detail::SourceKind::Png && kind != detail::SourceKind::Jpeg)
             return 0;
+        if (kind == detail::SourceKind::Jpeg)
+            for (const auto& [guid, document] : readJpegExtendedXmp(file.path()))
+                if (guid.size() != 32 || document.empty() || document.size() > size)
+                    std::abort();
         ReadLimits limits;
         limits.maxMegapixels = 4;
         const Image image = readImage(file.path(), limits);

@@ -55,7 +55,9 @@ const char* kDenoiseFooter = R"(Inputs: 8- and 16-bit TIFF, PNG and JPEG files a
 to 16-bit RGB). Grey inputs are denoised as R = G = B and written as grey
 (one channel, the mean of the three); an alpha channel is carried through
 untouched to TIFF and PNG outputs and dropped for JPEG. EXIF, XMP, the ICC
-profile and the print resolution of the input are copied to the output.
+profile and the print resolution of the input are copied to the output; XMP
+beyond one JPEG segment is kept as extended XMP. EXIF larger than the 64 KB
+a JPEG holds is refused before the work starts.
 
 Outputs: the format follows the output's extension: .tif/.tiff and .png at 16
 bits per sample, .jpg/.jpeg at 8 bits (--jpeg-quality); --format gives it for

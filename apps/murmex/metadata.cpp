@@ -1,19 +1,27 @@
 // Camera metadata through Exiv2: the few EXIF values a profile header
 // records, and carrying EXIF and XMP from the input photo to the output.
+// Exiv2 reads and writes only the standard XMP packet of a JPEG; its
+// extended XMP (jpeg_xmp.h) is read, split off and added here.
 
 #include "metadata.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <map>
 #include <mutex>
+#include <optional>
+#include <set>
+#include <vector>
 
 #include <exiv2/exiv2.hpp>
 
 #include "app_error.h"
 #include "file_errors.h"
 #include "image_formats.h"
+#include "jpeg_xmp.h"
 
 namespace murmex_app {
 
@@ -25,6 +33,8 @@ void initExiv2()
     std::call_once(once, [] {
         Exiv2::XmpParser::initialize();
         Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute);
+        // Where a JPEG's standard XMP names its extension; unknown to Exiv2.
+        Exiv2::XmpProperties::registerNs("http://ns.adobe.com/xmp/note/", "xmpNote");
     });
 }
 
@@ -165,9 +175,232 @@ CameraInfo readCameraInfo(const std::string& path)
                            [&](const char* key) { return exifFloat(exif, key); }});
 }
 
-// The largest XMP packet that one JPEG APP1 segment holds after its
-// "http://ns.adobe.com/xap/1.0/" name.
-constexpr size_t kJpegXmpLimit = 0xffff - 2 - 29;
+namespace {
+
+constexpr const char* kExtendedXmpNote = "Xmp.xmpNote.HasExtendedXMP";
+
+// The top-level property that an XMP key belongs to: "Xmp.xmpMM.History"
+// for "Xmp.xmpMM.History[2]/stEvt:action". Properties move between the
+// standard and the extended XMP of a JPEG whole.
+std::string topLevelProperty(const std::string& key)
+{
+    const size_t prefixEnd = key.find('.', key.find('.') + 1);
+    if (prefixEnd == std::string::npos)
+        return key;
+    return key.substr(0, key.find_first_of("[/", prefixEnd));
+}
+
+// The XMP of `source` (the file at `path`), with a JPEG's extended XMP merged
+// in; its properties replace those of the same names in the standard packet,
+// as they were moved there from it. An extension that is missing or damaged
+// is left out, and the note that names it goes either way.
+Exiv2::XmpData sourceXmp(const Exiv2::Image& source, const std::string& path)
+{
+    Exiv2::XmpData xmp = source.xmpData();
+    const auto note = xmp.findKey(Exiv2::XmpKey(kExtendedXmpNote));
+    if (note == xmp.end())
+        return xmp;
+    const std::string guid = note->toString();
+    xmp.erase(note);
+    if (source.imageType() != Exiv2::ImageType::jpeg)
+        return xmp;
+    const std::map<std::string, std::string> documents = readJpegExtendedXmp(path);
+    const auto document = documents.find(guid);
+    if (document == documents.end())
+        return xmp;
+    Exiv2::XmpData extended;
+    try {
+        // Exiv2 reports most bad XMP by its result, some by throwing.
+        if (Exiv2::XmpParser::decode(extended, document->second) != 0)
+            return xmp;
+    } catch (const Exiv2::AnyError&) {
+        return xmp;
+    }
+    std::set<std::string> replaced;
+    for (const Exiv2::Xmpdatum& d : extended)
+        replaced.insert(topLevelProperty(d.key()));
+    Exiv2::XmpData merged;
+    for (const Exiv2::Xmpdatum& d : xmp)
+        if (replaced.count(topLevelProperty(d.key())) == 0)
+            merged.add(d);
+    for (const Exiv2::Xmpdatum& d : extended)
+        if (d.key() != kExtendedXmpNote)
+            merged.add(d);
+    return merged;
+}
+
+// The XMP packet as Exiv2 writes it into a JPEG (with `wrapper`) or as an
+// extended XMP document (without); nothing when Exiv2 cannot serialise it.
+std::optional<std::string> encodeXmp(const Exiv2::XmpData& xmp, bool wrapper)
+{
+    std::string packet;
+    uint16_t flags = Exiv2::XmpParser::useCompactFormat | Exiv2::XmpParser::omitAllFormatting;
+    if (!wrapper)
+        flags |= Exiv2::XmpParser::omitPacketWrapper;
+    if (Exiv2::XmpParser::encode(packet, xmp, flags) != 0)
+        return std::nullopt;
+    return packet;
+}
+
+// XMP for a JPEG that holds more than one segment: the standard packet and
+// the extended document it names.
+struct SplitXmp {
+    std::string standard;
+    std::string extended;
+    std::string guid;
+};
+
+// Splits XMP whose packet does not fit in one JPEG segment. The standard
+// packet keeps the small properties, which are the ones a reader of the
+// standard packet alone most wants (titles, ratings, dates, camera
+// settings); the extended document takes the raw developer's settings
+// first, then the editing history, then the others, largest first, until
+// the rest fits. Throws AppError when Exiv2 cannot serialise a part.
+SplitXmp splitXmpForJpeg(const Exiv2::XmpData& xmp)
+{
+    struct Property {
+        std::string name;
+        int rank;  // 0 moves first
+        size_t size;
+    };
+    std::vector<Property> properties;
+    std::map<std::string, size_t> index;
+    for (const Exiv2::Xmpdatum& d : xmp) {
+        const std::string name = topLevelProperty(d.key());
+        auto [it, added] = index.emplace(name, properties.size());
+        if (added)
+            properties.push_back({name, d.groupName() == "crs" ? 0 : name == "Xmp.photoshop.History" ? 1 : 2, 0});
+        properties[it->second].size += d.key().size() + d.toString().size();
+    }
+    std::stable_sort(properties.begin(), properties.end(), [](const Property& a, const Property& b) {
+        return a.rank != b.rank ? a.rank < b.rank : a.size > b.size;
+    });
+
+    const auto partOf = [&](const std::set<std::string>& names, bool inNames) {
+        Exiv2::XmpData part;
+        for (const Exiv2::Xmpdatum& d : xmp)
+            if ((names.count(topLevelProperty(d.key())) != 0) == inNames)
+                part.add(d);
+        return part;
+    };
+    const auto encoded = [](const Exiv2::XmpData& part, bool wrapper) {
+        std::optional<std::string> packet = encodeXmp(part, wrapper);
+        if (!packet)
+            throw AppError("Exiv2 cannot serialise the XMP");
+        return *packet;
+    };
+
+    // The GUID has a fixed length: a stand-in gives the standard packet's size.
+    const std::string standIn(32, '0');
+    std::set<std::string> moved;
+    size_t next = 0;
+    for (;;) {
+        Exiv2::XmpData standard = partOf(moved, false);
+        standard[kExtendedXmpNote] = standIn;
+        const size_t size = encoded(standard, true).size();
+        if (size <= kJpegStandardXmpLimit)
+            break;
+        if (next == properties.size())
+            throw AppError("the standard XMP packet does not fit in a JPEG segment");
+        // Moves about as much as is too much, by the properties' sizes.
+        for (size_t freed = 0; next < properties.size() && freed < size - kJpegStandardXmpLimit; ++next) {
+            moved.insert(properties[next].name);
+            freed += properties[next].size;
+        }
+    }
+    SplitXmp split;
+    split.extended = encoded(partOf(moved, true), false);
+    if (split.extended.size() > 0xffffffffu)
+        throw AppError("the XMP is too large for a JPEG file");
+    split.guid = extendedXmpGuid(split.extended);
+    Exiv2::XmpData standard = partOf(moved, false);
+    standard[kExtendedXmpNote] = split.guid;
+    split.standard = encoded(standard, true);
+    return split;
+}
+
+// Puts the metadata of `source` (read from the file at `sourcePath`) into
+// `target`, an image `width` x `height` (unknown: 0), and writes it there. A
+// JPEG target whose XMP needs more than one segment gets the standard packet
+// here; the extended document it names is returned, for the caller to add.
+std::optional<SplitXmp> putMetadata(const Exiv2::Image& source, const std::string& sourcePath, Exiv2::Image& target,
+                                    int width, int height, bool pixelsUpright)
+{
+    const bool tiffTarget = target.imageType() == Exiv2::ImageType::tiff;
+    const Exiv2::ExifData& sourceExif = source.exifData();
+    Exiv2::ExifData exif = target.exifData();
+    for (const Exiv2::Exifdatum& d : sourceExif) {
+        if (!carriedOver(d, tiffTarget))
+            continue;
+        const Exiv2::ExifKey key(d.key());
+        for (auto it = exif.findKey(key); it != exif.end(); it = exif.findKey(key))
+            exif.erase(it);
+        exif.add(d);
+    }
+    if (!sourceExif.empty()) {
+        if (width > 0 && height > 0) {
+            setExif(exif, "Exif.Photo.PixelXDimension", static_cast<uint32_t>(width));
+            setExif(exif, "Exif.Photo.PixelYDimension", static_cast<uint32_t>(height));
+        }
+        if (pixelsUpright && exif.findKey(Exiv2::ExifKey("Exif.Image.Orientation")) != exif.end())
+            setExifShort(exif, "Exif.Image.Orientation", 1);
+    }
+
+    Exiv2::XmpData xmp = sourceXmp(source, sourcePath);
+    // Descriptions of the stored pixels that the output no longer matches.
+    for (const char* stale : {"Xmp.tiff.BitsPerSample", "Xmp.tiff.Compression", "Xmp.tiff.PhotometricInterpretation",
+                              "Xmp.tiff.SamplesPerPixel", "Xmp.tiff.PlanarConfiguration"}) {
+        const auto it = xmp.findKey(Exiv2::XmpKey(stale));
+        if (it != xmp.end())
+            xmp.erase(it);
+    }
+    if (width > 0 && height > 0) {
+        for (const auto& [key, value] : {std::pair{"Xmp.tiff.ImageWidth", width}, std::pair{"Xmp.tiff.ImageLength", height},
+                                         std::pair{"Xmp.exif.PixelXDimension", width},
+                                         std::pair{"Xmp.exif.PixelYDimension", height}})
+            if (xmp.findKey(Exiv2::XmpKey(key)) != xmp.end())
+                xmp[key] = std::to_string(value);
+    }
+    if (pixelsUpright && xmp.findKey(Exiv2::XmpKey("Xmp.tiff.Orientation")) != xmp.end())
+        xmp["Xmp.tiff.Orientation"] = "1";
+
+    target.setExifData(exif);
+    std::optional<SplitXmp> split;
+    if (target.imageType() == Exiv2::ImageType::jpeg && !xmp.empty()) {
+        const std::optional<std::string> whole = encodeXmp(xmp, true);
+        if (whole && whole->size() > kJpegStandardXmpLimit)
+            split = splitXmpForJpeg(xmp);
+    }
+    if (split) {
+        target.setXmpPacket(split->standard);
+        target.writeXmpFromPacket(true);
+    } else {
+        target.setXmpData(xmp);
+    }
+    target.writeMetadata();
+    return split;
+}
+
+// Whether the pixels of `from` were turned upright on reading.
+bool readUpright(const std::string& from)
+{
+    // The raw decoder has already turned the pixels upright, so the
+    // camera's orientation no longer applies. (A TIFF with sub-directories
+    // that the raw decoder does not know was read as stored.)
+    try {
+        const detail::SourceKind kind = detail::detectSource(from);
+        return kind == detail::SourceKind::CameraRaw || kind == detail::SourceKind::TiffCameraRaw;
+    } catch (const AppError&) {
+        return false;
+    }
+}
+
+// The smallest JPEG that Exiv2 writes metadata into: one grey pixel's frame
+// header and an empty scan.
+const Exiv2::byte kTinyJpeg[] = {0xff, 0xd8, 0xff, 0xc0, 0x00, 0x0b, 0x08, 0x00, 0x01, 0x00, 0x01, 0x01, 0x01,
+                                 0x11, 0x00, 0xff, 0xda, 0x00, 0x08, 0x01, 0x01, 0x00, 0x00, 0x3f, 0x00, 0xff, 0xd9};
+
+}  // namespace
 
 void checkMetadataFits(const std::string& from, const std::string& to, ImageFormat format)
 {
@@ -179,19 +412,33 @@ void checkMetadataFits(const std::string& from, const std::string& to, ImageForm
     } catch (const AppError&) {
         return;
     }
-    if (!source || source->xmpData().empty())
+    if (!source || (source->exifData().empty() && source->xmpData().empty()))
         return;
-    std::string packet;
+    // The metadata goes into a one-pixel JPEG in memory the way it will go
+    // into the output, so that what a JPEG cannot hold shows now.
+    const std::string refusal = "cannot write " + to + ": the metadata of " + from + " does not fit in a JPEG file (";
     try {
-        Exiv2::XmpParser::encode(packet, source->xmpData(),
-                                 Exiv2::XmpParser::useCompactFormat | Exiv2::XmpParser::omitAllFormatting);
-    } catch (const std::exception&) {
-        return;
+        std::unique_ptr<Exiv2::Image> target(Exiv2::ImageFactory::open(kTinyJpeg, sizeof kTinyJpeg).release());
+        target->readMetadata();
+        const std::optional<SplitXmp> split = putMetadata(*source, from, *target, 1, 1, readUpright(from));
+        if (split) {
+            Exiv2::BasicIo& io = target->io();
+            io.open();
+            std::string jpeg(reinterpret_cast<const char*>(io.mmap()), static_cast<size_t>(io.size()));
+            io.munmap();
+            io.close();
+            if (!insertAfterStandardXmp(jpeg, extendedXmpSegments(split->extended, split->guid)))
+                throw AppError("no place for the extended XMP");
+        }
+    } catch (const Exiv2::AnyError& e) {
+        // The XMP takes as many segments as it needs; the EXIF has one.
+        if (e.code() == Exiv2::kerTooLargeJpegSegment)
+            throw AppError("cannot write " + to + ": the EXIF metadata of " + from +
+                           " does not fit in a JPEG file (at most 64 KB); write TIFF or PNG");
+        throw AppError(detail::oneLine(refusal + e.what() + "); write TIFF or PNG"));
+    } catch (const std::exception& e) {
+        throw AppError(detail::oneLine(refusal + e.what() + "); write TIFF or PNG"));
     }
-    if (packet.size() > kJpegXmpLimit)
-        throw AppError("cannot write " + to + ": the XMP metadata of " + from + " (" + std::to_string(packet.size()) +
-                       " bytes) does not fit in a JPEG file (at most " + std::to_string(kJpegXmpLimit) +
-                       "); write TIFF or PNG");
 }
 
 void copyMetadata(const std::string& from, const std::string& to)
@@ -221,65 +468,17 @@ void copyMetadata(const std::string& from, const std::string& to)
     if (tiffTarget && !detail::readTiffShape(to, shapeBefore))
         throw AppError("cannot write metadata to " + to + ": not a readable TIFF file");
 
-    // The raw decoder has already turned the pixels upright, so the
-    // camera's orientation no longer applies. (A TIFF with sub-directories
-    // that the raw decoder does not know was read as stored.)
-    bool pixelsUpright = false;
+    std::optional<SplitXmp> split;
     try {
-        const detail::SourceKind kind = detail::detectSource(from);
-        pixelsUpright = kind == detail::SourceKind::CameraRaw || kind == detail::SourceKind::TiffCameraRaw;
-    } catch (const AppError&) {
-    }
-
-    try {
-        const int width = target->pixelWidth();
-        const int height = target->pixelHeight();
-
-        const Exiv2::ExifData& sourceExif = source->exifData();
-        Exiv2::ExifData exif = target->exifData();
-        for (const Exiv2::Exifdatum& d : sourceExif) {
-            if (!carriedOver(d, tiffTarget))
-                continue;
-            const Exiv2::ExifKey key(d.key());
-            for (auto it = exif.findKey(key); it != exif.end(); it = exif.findKey(key))
-                exif.erase(it);
-            exif.add(d);
-        }
-        if (!sourceExif.empty()) {
-            if (width > 0 && height > 0) {
-                setExif(exif, "Exif.Photo.PixelXDimension", static_cast<uint32_t>(width));
-                setExif(exif, "Exif.Photo.PixelYDimension", static_cast<uint32_t>(height));
-            }
-            if (pixelsUpright && exif.findKey(Exiv2::ExifKey("Exif.Image.Orientation")) != exif.end())
-                setExifShort(exif, "Exif.Image.Orientation", 1);
-        }
-
-        Exiv2::XmpData xmp = source->xmpData();
-        // Descriptions of the stored pixels that the output no longer matches.
-        for (const char* stale : {"Xmp.tiff.BitsPerSample", "Xmp.tiff.Compression", "Xmp.tiff.PhotometricInterpretation",
-                                  "Xmp.tiff.SamplesPerPixel", "Xmp.tiff.PlanarConfiguration"}) {
-            const auto it = xmp.findKey(Exiv2::XmpKey(stale));
-            if (it != xmp.end())
-                xmp.erase(it);
-        }
-        if (width > 0 && height > 0) {
-            for (const auto& [key, value] : {std::pair{"Xmp.tiff.ImageWidth", width}, std::pair{"Xmp.tiff.ImageLength", height},
-                                             std::pair{"Xmp.exif.PixelXDimension", width},
-                                             std::pair{"Xmp.exif.PixelYDimension", height}})
-                if (xmp.findKey(Exiv2::XmpKey(key)) != xmp.end())
-                    xmp[key] = std::to_string(value);
-        }
-        if (pixelsUpright && xmp.findKey(Exiv2::XmpKey("Xmp.tiff.Orientation")) != xmp.end())
-            xmp["Xmp.tiff.Orientation"] = "1";
-
-        target->setExifData(exif);
-        target->setXmpData(xmp);
-        target->writeMetadata();
+        split = putMetadata(*source, from, *target, target->pixelWidth(), target->pixelHeight(), readUpright(from));
     } catch (const Exiv2::AnyError& e) {
         throw AppError(detail::oneLine("cannot write metadata to " + to + ": " + e.what()));
     } catch (const std::exception& e) {
         throw AppError(detail::oneLine("cannot write metadata to " + to + ": " + e.what()));
     }
+    target.reset();
+    if (split)
+        addJpegExtendedXmp(to, split->extended, split->guid);
 
     if (tiffTarget) {
         detail::TiffShape shapeAfter;

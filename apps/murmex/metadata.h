@@ -14,11 +14,16 @@ namespace murmex_app {
 CameraInfo readCameraInfo(const std::string& path);
 
 // Throws AppError "cannot write <to>: ..." when the metadata of `from` cannot
-// go into a file of `format` (XMP larger than one JPEG segment), so that the
-// caller can refuse before any work is done. Unreadable metadata passes.
+// go into a file of `format` (for a JPEG: EXIF larger than its one segment),
+// so that the caller can refuse before any work is done. The metadata is
+// written into a one-pixel image in memory as copyMetadata would write it.
+// Unreadable metadata passes.
 void checkMetadataFits(const std::string& from, const std::string& to, ImageFormat format);
 
-// Copies EXIF and XMP from `from` into the already written file `to` (Exiv2), fixing up dimensions/orientation tags that no longer hold. Missing metadata is not an error.
+// Copies EXIF and XMP from `from` into the already written file `to` (Exiv2),
+// fixing up dimensions/orientation tags that no longer hold. A JPEG's
+// extended XMP is read with the rest; XMP beyond one segment of a JPEG `to`
+// is written as extended XMP. Missing metadata is not an error.
 void copyMetadata(const std::string& from, const std::string& to);
 
 }  // namespace murmex_app

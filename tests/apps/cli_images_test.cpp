@@ -347,32 +347,5 @@ TEST(CliImages, CameraRawDngIsDenoisedIntoATiff)
     EXPECT_EQ(out.bitsPerSample, 16);
 }
 
-TEST(CliImages, XmpTooLargeForJpegIsRefusedBeforeTheWork)
-{
-    TempDir dir;
-    writeImage(dir.file("source.tif"), noisyPhoto(300, 200), ImageFormat::Tiff);
-    ASSERT_EQ(runMurmex({"profile", dir.file("source.tif"), "-o", dir.file("p.dnp"), "-q"}).status, 0);
-    writeImage(dir.file("in.tif"), noisyPhoto(160, 120), ImageFormat::Tiff);
-    {
-        auto image = Exiv2::ImageFactory::open(dir.file("in.tif"));
-        image->readMetadata();
-        Exiv2::XmpData xmp;
-        xmp["Xmp.dc.description"] = std::string(100000, 'x');
-        image->setXmpData(xmp);
-        image->writeMetadata();
-    }
-    // Without --quiet, so that any progress of the denoising would show.
-    RunResult r = runMurmex({"denoise", dir.file("in.tif"), "--profile", dir.file("p.dnp"), "-o", dir.file("out.jpg")});
-    expectFailureLine(r, "cannot write " + dir.file("out.jpg") + ": the XMP metadata of " + dir.file("in.tif"));
-    EXPECT_NE(r.err.find("does not fit in a JPEG file"), std::string::npos) << r.err;
-    EXPECT_FALSE(fs::exists(dir.file("out.jpg")));
-    // TIFF holds it.
-    r = runMurmex({"denoise", dir.file("in.tif"), "--profile", dir.file("p.dnp"), "-o", dir.file("out.tif"), "-q"});
-    ASSERT_EQ(r.status, 0) << r.err;
-    auto out = Exiv2::ImageFactory::open(dir.file("out.tif"));
-    out->readMetadata();
-    EXPECT_EQ(out->xmpData()["Xmp.dc.description"].toString().size(), 100000u + std::string("lang=\"x-default\" ").size());
-}
-
 }  // namespace
 }  // namespace murmex_test
