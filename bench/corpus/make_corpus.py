@@ -20,7 +20,7 @@ Writes OUT/clean/NAME.tif and OUT/LEVEL/NAME.tif (16-bit RGB TIFF) and
 OUT/corpus.json listing images, levels and the held-out split. The noise is
 seeded per image and level, so the corpus is the same on every run.
 
-  bench/corpus/make_corpus.py OUT [--no-demosaic] [--levels iso200,iso3200]
+  bench/corpus/make_corpus.py OUT [--no-demosaic] [--levels iso200,iso3200] [--unseen]
 """
 import argparse
 import json
@@ -49,19 +49,28 @@ WB_GAINS = np.array([2.1, 1.0, 1.6])
 HELD_OUT = ["rocket", "immunohistochemistry"]
 
 
-def load_sources():
+def load_sources(unseen=False):
+    """The corpus photos, or with unseen the packaged colour photos that no
+    calibration has ever used (a check of how the automatic settings carry
+    over to new images)."""
     import scipy.misc
     import skimage.data as data
 
-    sources = {
-        "astronaut": (data.astronaut, 1),
-        "chelsea": (data.chelsea, 1),
-        "coffee": (data.coffee, 1),
-        "face": (scipy.misc.face, 2),
-        "hubble": (data.hubble_deep_field, 2),
-        "rocket": (data.rocket, 1),
-        "immunohistochemistry": (data.immunohistochemistry, 1),
-    }
+    if unseen:
+        sources = {
+            "motorcycle": (lambda: data.stereo_motorcycle()[0], 1),
+            "retina": (data.retina, 2),
+        }
+    else:
+        sources = {
+            "astronaut": (data.astronaut, 1),
+            "chelsea": (data.chelsea, 1),
+            "coffee": (data.coffee, 1),
+            "face": (scipy.misc.face, 2),
+            "hubble": (data.hubble_deep_field, 2),
+            "rocket": (data.rocket, 1),
+            "immunohistochemistry": (data.immunohistochemistry, 1),
+        }
     images = {}
     for name, (loader, factor) in sources.items():
         rgb = loader()[..., :3].astype(np.float64) / 255.0
@@ -142,13 +151,14 @@ def main(argv):
     ap.add_argument("out")
     ap.add_argument("--no-demosaic", action="store_true", help="noise per pixel and channel, uncorrelated")
     ap.add_argument("--levels", default=",".join(LEVELS), help="comma-separated subset of " + ", ".join(LEVELS))
+    ap.add_argument("--unseen", action="store_true", help="the photos never used in any calibration instead")
     args = ap.parse_args(argv)
     levels = [lv for lv in args.levels.split(",") if lv]
     for lv in levels:
         if lv not in LEVELS:
             sys.exit("make_corpus: unknown level " + lv)
 
-    images = load_sources()
+    images = load_sources(args.unseen)
     os.makedirs(os.path.join(args.out, "clean"), exist_ok=True)
     for name, rgb in images.items():
         # The clean reference is the source's 8-bit values rescaled to 16
@@ -162,7 +172,7 @@ def main(argv):
                                      demosaic=not args.no_demosaic)
             tifffile.imwrite(os.path.join(args.out, lv, name + ".tif"), quantise16(noisy), photometric="rgb")
     with open(os.path.join(args.out, "corpus.json"), "w") as f:
-        json.dump({"images": list(images), "levels": levels, "held_out": HELD_OUT,
+        json.dump({"images": list(images), "levels": levels, "held_out": [] if args.unseen else HELD_OUT,
                    "demosaic": not args.no_demosaic}, f, indent=1)
     print("corpus: %d images x %d levels in %s" % (len(images), len(levels), args.out))
 
