@@ -211,7 +211,7 @@ void storePngRow(Image& image, const PngHeader& h, png_uint_32 y, png_const_byte
 
 }  // namespace
 
-Image readPng(const std::string& path, const ReadLimits& limits)
+void readPng(const std::string& path, const ReadLimits& limits, Image& image)
 {
     PngState s;
     PngReadCleanup cleanup{s};
@@ -225,7 +225,6 @@ Image readPng(const std::string& path, const ReadLimits& limits)
     if (!s.info)
         readFailed(path, "cannot set up the PNG reader");
 
-    Image image;
     PngHeader h;
     if (!pngReadHeader(s, h, image.icc, image.resolution))
         readFailed(path, s.message);
@@ -259,10 +258,9 @@ Image readPng(const std::string& path, const ReadLimits& limits)
     }
     if (!pngReadEnd(s))
         readFailed(path, s.message);
-    return image;
 }
 
-void writePng(const std::string& path, const Image& image, const WriteOptions& options)
+void writePng(const std::string& path, const Image& image, RowSource& rows, const WriteOptions& options)
 {
     PartialFileGuard guard(path);
     PngState s;
@@ -278,16 +276,14 @@ void writePng(const std::string& path, const Image& image, const WriteOptions& o
         s.info = png_create_info_struct(s.png);
         if (!s.info)
             writeFailed(path, "cannot set up the PNG writer");
-        const bool alpha = !image.alpha.empty();
+        const bool alpha = keepsAlpha(image);
         const int channels = outputChannels(image);
         const bool grey = channels - (alpha ? 1 : 0) == 1;
         if (!pngWriteHeader(s, static_cast<png_uint_32>(image.width), static_cast<png_uint_32>(image.height), grey, alpha,
                             image.icc, image.resolution))
             writeFailed(path, s.message);
-        std::vector<uint16_t> row(static_cast<size_t>(image.width) * channels);
         for (int y = 0; y < image.height; ++y) {
-            packRow(image, y, row.data());
-            if (!pngWriteRow(s, row.data()))
+            if (!pngWriteRow(s, rows.row(y)))
                 writeFailed(path, s.message);
             reportRow(options, y, image.height);
         }

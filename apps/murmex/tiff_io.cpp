@@ -75,21 +75,18 @@ std::string dataFailure(TIFF* tif, const std::string& path)
     return "damaged file (the image data does not decode)";
 }
 
-// Reads all samples of the first directory as 16-bit values, `spp` per pixel
-// interleaved, whatever the storage (strips or tiles, one plane or several).
+// Reads the samples of the first directory as 16-bit values, `spp` per pixel
+// interleaved, whatever the storage (strips or tiles, one plane or several),
+// and hands them to emit(y, row) row by row, top to bottom. Contiguous strips
+// go row by row; tiles and separate planes are gathered whole first.
+template <class Emit>
 void readSamples(TIFF* tif, const std::string& path, uint32_t width, uint32_t height, uint16_t spp, uint16_t bps,
-                 bool separate, std::vector<uint16_t>& out)
+                 bool separate, Emit emit)
 {
     const size_t w = width, h = height;
-    out.clear();
-    // The buffer grows with the rows of the first plane that decode.
-    auto reach = [&](size_t rows) { growTo(out, w * spp, std::min(rows, h), h); };
     const int planes = separate ? spp : 1;
     const int perPixel = separate ? 1 : spp;
-    auto put = [&](const unsigned char* src, size_t x0, size_t y, size_t count, int plane) {
-        uint16_t* dst = out.data() + (y * w + x0) * spp + (separate ? plane : 0);
-        const size_t stride = separate ? spp : 1;
-        const size_t n = count * perPixel;
+    auto widen = [&](const unsigned char* src, uint16_t* dst, size_t n, size_t stride) {
         if (bps == 16) {
             const uint16_t* s = reinterpret_cast<const uint16_t*>(src);
             for (size_t i = 0; i < n; ++i)
@@ -98,6 +95,32 @@ void readSamples(TIFF* tif, const std::string& path, uint32_t width, uint32_t he
             for (size_t i = 0; i < n; ++i)
                 dst[i * stride] = static_cast<uint16_t>(src[i] * 257);
         }
+    };
+    if (!TIFFIsTiled(tif) && !separate) {
+        const tmsize_t lineSize = TIFFScanlineSize(tif);
+        const size_t rowBytes = w * perPixel * (bps / 8);
+        if (lineSize <= 0 || static_cast<size_t>(lineSize) < rowBytes)
+            readFailed(path, "bad strip layout");
+        std::vector<unsigned char> line(static_cast<size_t>(lineSize));
+        std::vector<uint16_t> row(w * spp);
+        for (uint32_t y = 0; y < height; ++y) {
+            if (TIFFReadScanline(tif, line.data(), y, 0) < 0)
+                readFailed(path, dataFailure(tif, path));
+            if (bps == 16) {
+                emit(y, reinterpret_cast<const uint16_t*>(line.data()));
+            } else {
+                widen(line.data(), row.data(), w * spp, 1);
+                emit(y, row.data());
+            }
+        }
+        return;
+    }
+    std::vector<uint16_t> out;
+    // The buffer grows with the rows of the first plane that decode.
+    auto reach = [&](size_t rows) { growTo(out, w * spp, std::min(rows, h), h); };
+    auto put = [&](const unsigned char* src, size_t x0, size_t y, size_t count, int plane) {
+        uint16_t* dst = out.data() + (y * w + x0) * spp + (separate ? plane : 0);
+        widen(src, dst, count * perPixel, separate ? spp : 1);
     };
     if (TIFFIsTiled(tif)) {
         uint32_t tw = 0, th = 0;
@@ -134,6 +157,8 @@ void readSamples(TIFF* tif, const std::string& path, uint32_t width, uint32_t he
                 put(line.data(), 0, y, w, plane);
             }
     }
+    for (uint32_t y = 0; y < height; ++y)
+        emit(y, out.data() + static_cast<size_t>(y) * w * spp);
 }
 
 // The most that a compression scheme packs into one byte of file, for the
@@ -168,7 +193,7 @@ Resolution tiffResolution(TIFF* tif)
 
 }  // namespace
 
-Image readTiff(const std::string& path, const ReadLimits& limits)
+void readTiff(const std::string& path, const ReadLimits& limits, Image& image)
 {
     installTiffHandlers();
     tiffError.clear();
@@ -191,7 +216,6 @@ Image readTiff(const std::string& path, const ReadLimits& limits)
     checkFileCanHold(path, std::ceil(static_cast<double>(width) * bps * spp / 8) * height,
                      maxCompressionRatio(compression));
 
-    Image image;
     image.resolution = tiffResolution(tif.get());
     uint32_t iccSize = 0;
     void* iccData = nullptr;
@@ -243,32 +267,33 @@ Image readTiff(const std::string& path, const ReadLimits& limits)
             // storeRow8 with 4 channels keeps alpha only when it was allocated.
             storeRow8(image, static_cast<int>(y), row.data(), 4);
         }
-        return image;
+        return;
     }
 
     const int colour = grey ? 1 : 3;
     const int channels = colour + (spp > colour && firstExtraIsAlpha ? 1 : 0);
     allocate(image, path, static_cast<int>(width), static_cast<int>(height), channels, bps, limits);
-    std::vector<uint16_t> samples;
+    const bool invert = photometric == PHOTOMETRIC_MINISWHITE && hasPhotometric;
+    std::vector<uint16_t> px(static_cast<size_t>(width) * channels);
     try {
-        readSamples(tif.get(), path, width, height, spp, bps, planar == PLANARCONFIG_SEPARATE && spp > 1, samples);
+        readSamples(tif.get(), path, width, height, spp, bps, planar == PLANARCONFIG_SEPARATE && spp > 1,
+                    [&](uint32_t y, const uint16_t* s) {
+                        if (spp == channels && !invert) {
+                            storeRow(image, static_cast<int>(y), s, channels);
+                            return;
+                        }
+                        for (uint32_t x = 0; x < width; ++x)
+                            for (int c = 0; c < channels; ++c) {
+                                uint16_t v = s[static_cast<size_t>(x) * spp + c];
+                                if (invert && c < colour)
+                                    v = static_cast<uint16_t>(65535 - v);
+                                px[static_cast<size_t>(x) * channels + c] = v;
+                            }
+                        storeRow(image, static_cast<int>(y), px.data(), channels);
+                    });
     } catch (const std::bad_alloc&) {
         readFailed(path, "not enough memory");
     }
-    const bool invert = photometric == PHOTOMETRIC_MINISWHITE && hasPhotometric;
-    std::vector<uint16_t> px(static_cast<size_t>(width) * channels);
-    for (uint32_t y = 0; y < height; ++y) {
-        const uint16_t* s = samples.data() + static_cast<size_t>(y) * width * spp;
-        for (uint32_t x = 0; x < width; ++x)
-            for (int c = 0; c < channels; ++c) {
-                uint16_t v = s[static_cast<size_t>(x) * spp + c];
-                if (invert && c < colour)
-                    v = static_cast<uint16_t>(65535 - v);
-                px[static_cast<size_t>(x) * channels + c] = v;
-            }
-        storeRow(image, static_cast<int>(y), px.data(), channels);
-    }
-    return image;
 }
 
 SourceKind tiffRawMarks(const std::string& path)
@@ -309,7 +334,7 @@ bool readTiffShape(const std::string& path, TiffShape& shape)
     return true;
 }
 
-void writeTiff(const std::string& path, const Image& image, const WriteOptions& options)
+void writeTiff(const std::string& path, const Image& image, RowSource& rows, const WriteOptions& options)
 {
     installTiffHandlers();
     tiffError.clear();
@@ -319,7 +344,7 @@ void writeTiff(const std::string& path, const Image& image, const WriteOptions& 
     if (!tif)
         writeFailed(path, errno ? errnoText(errno) : lastTiffError("cannot create the file"));
     guard.arm();
-    const bool withAlpha = !image.alpha.empty();
+    const bool withAlpha = keepsAlpha(image);
     const uint16_t spp = static_cast<uint16_t>(outputChannels(image));
     const bool grey = spp - (withAlpha ? 1 : 0) == 1;
     TIFF* t = tif.get();
@@ -362,11 +387,8 @@ void writeTiff(const std::string& path, const Image& image, const WriteOptions& 
     if (!ok)
         writeFailed(path, lastTiffError("cannot set up the TIFF directory"));
 
-    const size_t w = static_cast<size_t>(image.width);
-    std::vector<uint16_t> row(w * spp);
     for (int y = 0; y < image.height; ++y) {
-        packRow(image, y, row.data());
-        if (TIFFWriteScanline(t, row.data(), static_cast<uint32_t>(y), 0) < 0)
+        if (TIFFWriteScanline(t, rows.row(y), static_cast<uint32_t>(y), 0) < 0)
             writeFailed(path, lastTiffError("cannot write a row"));
         reportRow(options, y, image.height);
     }
