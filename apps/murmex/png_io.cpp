@@ -8,6 +8,7 @@
 // caller turns the recorded message into an AppError.
 
 #include <png.h>
+#include <zlib.h>
 
 #include <cerrno>
 #include <cmath>
@@ -174,8 +175,14 @@ bool pngWriteHeader(PngState& s, png_uint_32 width, png_uint_32 height, bool gre
     setPngResolution(s, resolution);
     // Zlib level 3 instead of the default 6: a noisy 6-megapixel 16-bit
     // photograph is written in 1.2 s instead of 4.2 s, the file 2 % larger
-    // (measured on the two-core build machine).
+    // (measured on the two-core build machine). Run-length matching only:
+    // in a 16-bit photograph the low bytes are noise that longer matches do
+    // not find, and the denoised 12-megapixel demo scene is then written in
+    // 2.5 s instead of 4.2 s, 1.6 % smaller (60.8 MB instead of 61.8 MB);
+    // noiseless synthetic gradients grow (the clean demo scene: 12.8 MB
+    // instead of 9.0 MB). Measured on the loaded two-core build machine.
     png_set_compression_level(s.png, 3);
+    png_set_compression_strategy(s.png, Z_RLE);
     png_write_info(s.png, s.info);
     if (littleEndianHost())
         png_set_swap(s.png);
