@@ -98,7 +98,7 @@ void expectFileHoldsTheResult(const std::string& path, const Image& in, const st
     EXPECT_EQ(out.alpha, in.alpha) << path;
 }
 
-TEST(CliStream, OutputsWrittenWhileTheLibraryWorksHoldItsWholeResult)
+TEST(CliStreamThreadTest, OutputsWrittenWhileTheLibraryWorksHoldItsWholeResult)
 {
     TempDir dir;
     const std::string profile = makeProfile(dir);
