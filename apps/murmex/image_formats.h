@@ -102,6 +102,12 @@ private:
     std::vector<uint16_t> row_;
 };
 
+// Columns x0..x1 of row y in the writer's channels, from the RGBX pixels
+// `rgbx` of those columns (e.g. the library's result): the rounded mean of R,
+// G and B for a grey source, else R, G, B; then the image's alpha when it
+// keeps it.
+void packPixels(const Image& image, int y, int x0, int x1, const uint16_t* rgbx, uint16_t* out);
+
 // Row y as a writer stores it, outputChannels(image) samples per pixel. A
 // grey source's sample is the mean of R, G and B (rounded), which after
 // denoising may differ slightly from each other.

@@ -173,30 +173,46 @@ int outputChannels(const Image& image)
     return (grey ? 1 : 3) + (keepsAlpha(image) ? 1 : 0);
 }
 
+void packPixels(const Image& image, int y, int x0, int x1, const uint16_t* rgbx, uint16_t* out)
+{
+    const int channels = outputChannels(image);
+    const bool alpha = keepsAlpha(image);
+    const bool grey = channels - (alpha ? 1 : 0) == 1;
+    const size_t first = static_cast<size_t>(y) * static_cast<size_t>(image.width) + static_cast<size_t>(x0);
+    // The image's alpha sample of each pixel, and the step to the next.
+    const uint16_t* a = nullptr;
+    size_t step = 1;
+    if (alpha && image.layout == Image::Layout::Source) {
+        step = static_cast<size_t>(image.sourceChannels);
+        a = image.samples.data() + first * step + step - 1;
+    } else if (alpha) {
+        a = image.alpha.data() + first;
+    }
+    for (int x = x0; x <= x1; ++x, rgbx += 4, out += channels) {
+        if (grey) {
+            out[0] = static_cast<uint16_t>((static_cast<uint32_t>(rgbx[0]) + rgbx[1] + rgbx[2] + 1) / 3);
+        } else {
+            out[0] = rgbx[0];
+            out[1] = rgbx[1];
+            out[2] = rgbx[2];
+        }
+        if (a) {
+            out[channels - 1] = *a;
+            a += step;
+        }
+    }
+}
+
 void packRow(const Image& image, int y, uint16_t* row)
 {
     const size_t w = static_cast<size_t>(image.width);
-    const int channels = outputChannels(image);
     if (image.layout == Image::Layout::Source) {
         // A grey source's R = G = B are their own mean.
         const size_t perRow = w * static_cast<size_t>(image.sourceChannels);
         std::memcpy(row, image.samples.data() + static_cast<size_t>(y) * perRow, perRow * sizeof(uint16_t));
         return;
     }
-    const uint16_t* in = image.rgbx.data() + static_cast<size_t>(y) * w * 4;
-    const uint16_t* a = image.alpha.empty() ? nullptr : image.alpha.data() + static_cast<size_t>(y) * w;
-    const bool grey = channels - (a ? 1 : 0) == 1;
-    for (size_t x = 0; x < w; ++x, in += 4, row += channels) {
-        if (grey) {
-            row[0] = static_cast<uint16_t>((static_cast<uint32_t>(in[0]) + in[1] + in[2] + 1) / 3);
-        } else {
-            row[0] = in[0];
-            row[1] = in[1];
-            row[2] = in[2];
-        }
-        if (a)
-            row[channels - 1] = a[x];
-    }
+    packPixels(image, y, 0, image.width - 1, image.rgbx.data() + static_cast<size_t>(y) * w * 4, row);
 }
 
 std::string oneLine(const std::string& text)

@@ -46,10 +46,10 @@ struct WriteOptions {
     std::function<void(float)> progress;
 };
 
-// Where a writer takes its rows: row y as the writer stores it,
-// outputChannels(image) 16-bit samples a pixel, asked for once each in order
-// 0, 1, ... height - 1. The row is the writer's until the next call (libtiff's
-// horizontal differencing overwrites it). An
+// Where a writer takes its rows: row y as the writer stores it (one grey
+// sample or R, G, B, then alpha when the image keeps it; 16-bit), asked for
+// once each in order 0, 1, ... height - 1. The row is the writer's until the
+// next call (libtiff's horizontal differencing overwrites it). An
 // implementation may block until the row exists, and may throw AppError,
 // which the writer lets through after removing its file.
 class RowSource {
@@ -62,7 +62,7 @@ public:
 // On failure throws AppError and leaves no file at `path`.
 void writeImage(const std::string& path, const Image& image, ImageFormat format, const WriteOptions& options = {});
 // The same with the rows taken from rows; image gives the size, the channels
-// (as outputChannels) and the metadata, and may be in either layout.
+// and the metadata, and may be in either layout.
 void writeImage(const std::string& path, const Image& image, RowSource& rows, ImageFormat format,
                 const WriteOptions& options);
 // The same with the other options at their defaults.

@@ -20,31 +20,7 @@ ResultRows::ResultRows(const Image& source)
 
 void ResultRows::convert(int y, int x0, int x1, const uint16_t* in, uint16_t* out) const
 {
-    const bool alpha = detail::keepsAlpha(source_);
-    const bool grey = channels_ - (alpha ? 1 : 0) == 1;
-    const size_t first = static_cast<size_t>(y) * static_cast<size_t>(width_) + static_cast<size_t>(x0);
-    // The source's alpha sample of each pixel, and the step to the next.
-    const uint16_t* a = nullptr;
-    size_t step = 1;
-    if (alpha && source_.layout == Image::Layout::Source) {
-        step = static_cast<size_t>(source_.sourceChannels);
-        a = source_.samples.data() + first * step + step - 1;
-    } else if (alpha) {
-        a = source_.alpha.data() + first;
-    }
-    for (int x = x0; x <= x1; ++x, in += 4, out += channels_) {
-        if (grey) {
-            out[0] = static_cast<uint16_t>((static_cast<uint32_t>(in[0]) + in[1] + in[2] + 1) / 3);
-        } else {
-            out[0] = in[0];
-            out[1] = in[1];
-            out[2] = in[2];
-        }
-        if (a) {
-            out[channels_ - 1] = *a;
-            a += step;
-        }
-    }
+    detail::packPixels(source_, y, x0, x1, in, out);
 }
 
 bool ResultRows::covered(const Row& r) const
