@@ -92,6 +92,27 @@ TEST(ImageIoTest, Tiff16RoundTripKeepsSizeDepthAndEverySample)
     expectSameSamples(im, back);
 }
 
+TEST(ImageIoTest, DeflateTiffStripsOfOneAndSeveralRowsAnOddNumberOfThemRoundTrip)
+{
+    TempDir dir;
+    // Seven rows of 8000 bytes (a strip each), and of 3000 and 3996 bytes
+    // (two a strip, the last strip one row): RGBA, RGB and grey with alpha,
+    // deflate-compressed with differencing, every sample read back.
+    for (const auto& [width, channels] : {std::pair{1000, 4}, {500, 3}, {999, 2}}) {
+        const Image im = randomImage(width, 7, channels, 9);
+        writeImage(dir.file("s.tif"), im, ImageFormat::Tiff);
+        expectSameSamples(im, readImage(dir.file("s.tif")));
+        TIFF* tif = TIFFOpen(dir.file("s.tif").c_str(), "r");
+        ASSERT_NE(tif, nullptr);
+        uint16_t compression = 0, predictor = 0;
+        TIFFGetField(tif, TIFFTAG_COMPRESSION, &compression);
+        TIFFGetField(tif, TIFFTAG_PREDICTOR, &predictor);
+        EXPECT_EQ(compression, COMPRESSION_ADOBE_DEFLATE);
+        EXPECT_EQ(predictor, PREDICTOR_HORIZONTAL);
+        TIFFClose(tif);
+    }
+}
+
 TEST(ImageIoTest, Png16RoundTripKeepsSizeDepthAndEverySample)
 {
     TempDir dir;
