@@ -6,8 +6,18 @@
 #include "host/auto_settings.h"
 #include "host/host_error.h"
 #include "host/host_settings.h"
+#include "image_io.h"
 
 namespace murmex_app {
+
+namespace {
+
+void readImageRow(void* context, int y, int xStart, int xEnd, unsigned short* pixels)
+{
+    readRgbx(*static_cast<const Image*>(context), y, xStart, xEnd, pixels);
+}
+
+}  // namespace
 
 void AutoSettingsOption::addTo(CLI::App& sub, const std::string& help)
 {
@@ -21,7 +31,8 @@ void AutoSettingsOption::apply(const Image& image, const std::vector<uint8_t>& p
         return;
     murmex_host::NoiseEstimate noise;
     try {
-        noise = murmex_host::chooseAutoSettings(image.rgbx.data(), image.width, image.height, profile, params);
+        const murmex_host::ScanlineImage rows{const_cast<Image*>(&image), readImageRow, image.width, image.height};
+        noise = murmex_host::chooseAutoSettings(rows, profile, params);
     } catch (const murmex_host::HostError& e) {
         throw AppError(name + ": " + e.what());
     }

@@ -8,6 +8,8 @@
 #include <iterator>
 
 #include "app_error.h"
+#include "image_io.h"
+#include "result_rows.h"
 #include "file_errors.h"
 #include "host/engine_output.h"
 #include "host/profile_samples.h"
@@ -21,20 +23,23 @@ namespace {
 // The host context of one library call.
 struct HostJob {
     const Image* source = nullptr;
-    uint16_t* result = nullptr;  // null for jobs that only read
+    uint16_t* result = nullptr;     // RGBX of the whole image, or null
+    ResultRows* rows = nullptr;     // or the rows on their way to a writer, or null for jobs that only read
     Progress* progress = nullptr;
 };
 
 void getScanline(void* context, int y, int xStart, int xEnd, unsigned short* pixels)
 {
-    const HostJob* job = static_cast<const HostJob*>(context);
-    const size_t at = (static_cast<size_t>(y) * job->source->width + xStart) * 4;
-    std::memcpy(pixels, job->source->rgbx.data() + at, static_cast<size_t>(xEnd - xStart + 1) * 4 * sizeof(uint16_t));
+    readRgbx(*static_cast<const HostJob*>(context)->source, y, xStart, xEnd, pixels);
 }
 
 void putScanline(void* context, int y, int xStart, int xEnd, unsigned short* pixels)
 {
     const HostJob* job = static_cast<const HostJob*>(context);
+    if (job->rows) {
+        job->rows->put(y, xStart, xEnd, pixels);
+        return;
+    }
     const size_t at = (static_cast<size_t>(y) * job->source->width + xStart) * 4;
     std::memcpy(job->result + at, pixels, static_cast<size_t>(xEnd - xStart + 1) * 4 * sizeof(uint16_t));
 }
@@ -48,7 +53,7 @@ int progressCallback(void* context, const char* stepText, float fraction)
 
 std::vector<uint8_t> measureProfile(const Image& image, bool relaxed, Progress& progress, const std::string& name)
 {
-    HostJob job{&image, nullptr, &progress};
+    HostJob job{&image, nullptr, nullptr, &progress};
     unsigned char* data = nullptr;
     int length = 0;
     EngineResult r = callEngine([&] {
@@ -64,11 +69,11 @@ std::vector<uint8_t> measureProfile(const Image& image, bool relaxed, Progress& 
     return bytes;
 }
 
-std::vector<uint16_t> removeNoise(const Image& image, DnFilterParams params, const std::vector<uint8_t>& profile,
-                                  Progress& progress, const std::string& name)
+namespace {
+
+void runRemoveNoise(HostJob& job, DnFilterParams params, const std::vector<uint8_t>& profile, const std::string& name)
 {
-    std::vector<uint16_t> result(image.rgbx.size());
-    HostJob job{&image, result.data(), &progress};
+    const Image& image = *job.source;
     params.width = image.width;
     params.height = image.height;
     EngineResult r = callEngine([&] {
@@ -80,7 +85,24 @@ std::vector<uint16_t> removeNoise(const Image& image, DnFilterParams params, con
             throw AppError("cannot load profile " + std::string(params.profilePath) + ": " + r.message());
         throw AppError("cannot denoise " + name + ": " + r.message());
     }
+}
+
+}  // namespace
+
+std::vector<uint16_t> removeNoise(const Image& image, DnFilterParams params, const std::vector<uint8_t>& profile,
+                                  Progress& progress, const std::string& name)
+{
+    std::vector<uint16_t> result(static_cast<size_t>(image.width) * static_cast<size_t>(image.height) * 4);
+    HostJob job{&image, result.data(), nullptr, &progress};
+    runRemoveNoise(job, params, profile, name);
     return result;
+}
+
+void removeNoise(const Image& image, DnFilterParams params, const std::vector<uint8_t>& profile, Progress& progress,
+                 const std::string& name, ResultRows& rows)
+{
+    HostJob job{&image, nullptr, &rows, &progress};
+    runRemoveNoise(job, params, profile, name);
 }
 
 ProfileCopy::ProfileCopy(const std::string& path) : original_(path)

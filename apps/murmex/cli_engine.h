@@ -29,6 +29,13 @@ std::vector<uint8_t> measureProfile(const Image& image, bool relaxed, Progress& 
 std::vector<uint16_t> removeNoise(const Image& image, DnFilterParams params, const std::vector<uint8_t>& profile,
                                   Progress& progress, const std::string& name);
 
+// The same, handing the result's rows to rows as they complete (for a writer
+// on another thread) instead of returning the whole image. Nothing is
+// finished or abandoned here: the caller decides once this returns.
+class ResultRows;
+void removeNoise(const Image& image, DnFilterParams params, const std::vector<uint8_t>& profile, Progress& progress,
+                 const std::string& name, ResultRows& rows);
+
 // A private copy of a user's profile file, for the library: it opens profile
 // files for writing as well as reading and creates them when missing, so it
 // never gets the user's own file. The copy has the original's file name (the

@@ -1,4 +1,6 @@
 // murmex denoise INPUT... [-o OUTPUT | --out-dir DIR]
+#include <malloc.h>
+
 #include <algorithm>
 #include <cctype>
 #include <chrono>
@@ -10,6 +12,7 @@
 #include <vector>
 
 #include "auto_option.h"
+#include "background_write.h"
 #include "cli_commands.h"
 #include "cli_engine.h"
 #include "image_io.h"
@@ -19,6 +22,7 @@
 #include "host/profile_library.h"
 #include "host/progress_text.h"
 #include "progress.h"
+#include "result_rows.h"
 #include "safe_write.h"
 #include "settings_options.h"
 
@@ -193,7 +197,7 @@ void denoiseOne(const DenoiseOptions& o, const Job& job, size_t index, size_t co
         return;
     }
     checkMetadataFits(job.input, job.output, job.format);
-    Image image = readImage(job.input, o.limits);
+    Image image = readImage(job.input, o.limits, Image::Layout::Source);
 
     DnFilterParams params{};
     std::vector<uint8_t> measured;
@@ -253,27 +257,44 @@ void denoiseOne(const DenoiseOptions& o, const Job& job, size_t index, size_t co
         saveProfile(o.saveProfile, withProfileHeader(measured, header), params);
     }
 
-    std::vector<uint16_t> result;
-    try {
-        result = removeNoise(image, params, measured, progress, job.input);
-    } catch (const AppError& e) {
-        throw AppError(profileCopy ? profileCopy->forUser(e.what()) : std::string(e.what()));
-    }
-    throwIfInterrupted();
-
-    image.rgbx = std::move(result);
-    // The rows take most of the writing time; the metadata and the rename
-    // the rest, so 100 % shows only once the output is in place.
+    // The output is written while the library works, each row as soon as
+    // it is denoised, so that the whole result is never held. Until the
+    // library is done a signal stops it as usual (the file goes as this
+    // unwinds); from then on, as for every output, it ends the program at
+    // once.
     const std::string writing(kWritingStep);
-    progress.report(writing.c_str(), 0.0f);
     {
-        TempOutput out(job.output);
+        TempOutput out(job.output, false);
         WriteOptions options;
         options.jpegQuality = o.jpegQuality;
         options.tiffCompression = compressionNamed(o.compression);
-        options.progress = [&](float done) { progress.report(writing.c_str(), 0.95f * done); };
+        ResultRows rows(image);
+        BackgroundWrite writer(out.path(), image, rows, job.format, options);
+        // Whatever ends this block early lets the writer go before it is
+        // joined.
+        struct Abandon {
+            ResultRows& rows;
+            ~Abandon() { rows.abandon(); }
+        } abandon{rows};
+        try {
+            removeNoise(image, params, measured, progress, job.input, rows);
+        } catch (const AppError& e) {
+            throw AppError(profileCopy ? profileCopy->forUser(e.what()) : std::string(e.what()));
+        }
+        throwIfInterrupted();
+        rows.finish();
+        // The rows hold their alpha already: the source can go, before the
+        // metadata is copied.
+        std::vector<uint16_t>().swap(image.samples);
+        out.writeInForeground();
+        // The rows take most of the writing time; the metadata and the
+        // rename the rest, so 100 % shows only once the output is in place.
+        progress.report(writing.c_str(), 0.0f);
         out.write([&](const std::string& path) {
-            writeImage(path, image, job.format, options);
+            writer.wait([&](float done) { progress.report(writing.c_str(), 0.95f * done); });
+            // The library's and the rows' freed memory goes back to the
+            // system before the metadata step, which reads both files whole.
+            malloc_trim(0);
             copyMetadata(job.input, path);
         });
         throwIfInterrupted();

@@ -1,6 +1,7 @@
 // An image as the application holds it between reading and writing: 16-bit
 // RGBX samples whatever the source was, with the source's alpha and ICC
-// profile kept aside so that they can be written back.
+// profile kept aside so that they can be written back; or, for a run that
+// streams the image through the denoiser, the source's own samples.
 #pragma once
 
 #include <cstdint>
@@ -18,11 +19,17 @@ struct Resolution {
 };
 
 struct Image {
+    // Rgbx: rgbx and alpha hold the pixels. Source: samples holds them as the
+    // source stores them, a quarter to a half smaller, converted to RGBX row
+    // by row as they are read.
+    enum class Layout { Rgbx, Source };
+    Layout layout = Layout::Rgbx;
     int width = 0, height = 0;
     int bitsPerSample = 16;          // of the source file: 8 or 16
     int sourceChannels = 3;          // 1 grey, 2 grey+alpha, 3 RGB, 4 RGBA
     std::vector<uint16_t> rgbx;      // width*height*4 samples, R G B X, full scale 65535, X = 65535
     std::vector<uint16_t> alpha;     // width*height alpha samples (16-bit scale) when the source had alpha, else empty
+    std::vector<uint16_t> samples;   // Source layout: width*height*sourceChannels samples (8-bit ones scaled by 257)
     std::vector<uint8_t> icc;        // embedded ICC profile, empty if none
     Resolution resolution;           // of the source, written back to every format
 };

@@ -30,14 +30,16 @@ SourceKind detectSource(const std::string& path);
 // give TiffMaybeCameraRaw; none give Tiff (also when libtiff cannot open it).
 SourceKind tiffRawMarks(const std::string& path);
 
-Image readTiff(const std::string& path, const ReadLimits& limits);
-Image readPng(const std::string& path, const ReadLimits& limits);
-Image readJpeg(const std::string& path, const ReadLimits& limits);
-Image readCameraRaw(const std::string& path, const ReadLimits& limits);
+// The readers fill image, which comes empty but for its layout.
+void readTiff(const std::string& path, const ReadLimits& limits, Image& image);
+void readPng(const std::string& path, const ReadLimits& limits, Image& image);
+void readJpeg(const std::string& path, const ReadLimits& limits, Image& image);
+void readCameraRaw(const std::string& path, const ReadLimits& limits, Image& image);
 
-void writeTiff(const std::string& path, const Image& image, const WriteOptions& options);
-void writePng(const std::string& path, const Image& image, const WriteOptions& options);
-void writeJpeg(const std::string& path, const Image& image, const WriteOptions& options);
+// The writers take the shape and metadata from image and the rows from rows.
+void writeTiff(const std::string& path, const Image& image, RowSource& rows, const WriteOptions& options);
+void writePng(const std::string& path, const Image& image, RowSource& rows, const WriteOptions& options);
+void writeJpeg(const std::string& path, const Image& image, RowSource& rows, const WriteOptions& options);
 
 // Tells options.progress that row y of height rows is written.
 void reportRow(const WriteOptions& options, int y, int height);
@@ -62,7 +64,9 @@ void checkFileCanHold(const std::string& path, double rawBytes, double maxRatio)
 
 // Starts `image` as width x height pixels of a source with `channels`
 // channels (1 grey, 2 grey+alpha, 3 RGB, 4 RGBA) after checkClaimedSize.
-// The sample buffers start empty and grow as storeRow stores rows.
+// The sample buffers start empty and grow as storeRow stores rows (in the
+// Source layout the whole image is reserved at once: pages are only
+// touched as rows arrive, and the buffer is never copied).
 void allocate(Image& image, const std::string& path, int width, int height, int channels, int bitsPerSample,
               const ReadLimits& limits);
 
@@ -73,15 +77,36 @@ void growTo(std::vector<uint16_t>& v, size_t perRow, size_t rows, size_t totalRo
 
 // Stores row y from `channels` interleaved 16-bit samples per pixel: grey is
 // copied to R, G and B, alpha goes aside (when the source has alpha), X is
-// full scale. The buffers grow to hold rows 0..y.
+// full scale; in the Source layout the first sourceChannels samples are kept
+// as they are. The buffers grow to hold rows 0..y.
 void storeRow(Image& image, int y, const uint16_t* samples, int channels);
 
 // The same for 8-bit samples, each scaled to 16 bits by v * 257.
 void storeRow8(Image& image, int y, const uint8_t* samples, int channels);
 
+// Whether the writers keep an alpha channel: the image holds alpha.
+bool keepsAlpha(const Image& image);
+
 // The samples per pixel a writer stores: one grey sample for grey sources
 // (their ICC profile describes grey), else R, G, B; plus alpha when present.
 int outputChannels(const Image& image);
+
+// The rows of an Image for a writer (packRow).
+class ImageRows : public RowSource {
+public:
+    explicit ImageRows(const Image& image);
+    uint16_t* row(int y) override;
+
+private:
+    const Image& image_;
+    std::vector<uint16_t> row_;
+};
+
+// Columns x0..x1 of row y in the writer's channels, from the RGBX pixels
+// `rgbx` of those columns (e.g. the library's result): the rounded mean of R,
+// G and B for a grey source, else R, G, B; then the image's alpha when it
+// keeps it.
+void packPixels(const Image& image, int y, int x0, int x1, const uint16_t* rgbx, uint16_t* out);
 
 // Row y as a writer stores it, outputChannels(image) samples per pixel. A
 // grey source's sample is the mean of R, G and B (rounded), which after

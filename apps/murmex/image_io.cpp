@@ -64,6 +64,9 @@ void allocate(Image& image, const std::string& path, int width, int height, int 
     image.bitsPerSample = bitsPerSample;
     image.rgbx.clear();
     image.alpha.clear();
+    image.samples.clear();
+    if (image.layout == Image::Layout::Source)
+        image.samples.reserve(static_cast<size_t>(width) * static_cast<size_t>(height) * static_cast<size_t>(channels));
 }
 
 void growTo(std::vector<uint16_t>& v, size_t perRow, size_t rows, size_t totalRows)
@@ -94,11 +97,26 @@ void rowPointers(Image& image, int y, uint16_t*& out, uint16_t*& alpha)
     alpha = hasAlpha(image) ? image.alpha.data() + static_cast<size_t>(y) * w : nullptr;
 }
 
+// Row y of a Source-layout image, the buffer grown to hold rows 0..y.
+uint16_t* sourceRow(Image& image, int y)
+{
+    const size_t perRow = static_cast<size_t>(image.width) * static_cast<size_t>(image.sourceChannels);
+    growTo(image.samples, perRow, static_cast<size_t>(y) + 1, static_cast<size_t>(image.height));
+    return image.samples.data() + static_cast<size_t>(y) * perRow;
+}
+
 }  // namespace
 
 void storeRow(Image& image, int y, const uint16_t* samples, int channels)
 {
     const size_t w = static_cast<size_t>(image.width);
+    if (image.layout == Image::Layout::Source) {
+        uint16_t* out = sourceRow(image, y);
+        const int keep = image.sourceChannels;
+        for (size_t x = 0; x < w; ++x, out += keep, samples += channels)
+            std::memcpy(out, samples, static_cast<size_t>(keep) * sizeof(uint16_t));
+        return;
+    }
     uint16_t* out;
     uint16_t* alpha;
     rowPointers(image, y, out, alpha);
@@ -119,6 +137,14 @@ void storeRow(Image& image, int y, const uint16_t* samples, int channels)
 void storeRow8(Image& image, int y, const uint8_t* samples, int channels)
 {
     const size_t w = static_cast<size_t>(image.width);
+    if (image.layout == Image::Layout::Source) {
+        uint16_t* out = sourceRow(image, y);
+        const int keep = image.sourceChannels;
+        for (size_t x = 0; x < w; ++x, out += keep, samples += channels)
+            for (int c = 0; c < keep; ++c)
+                out[c] = static_cast<uint16_t>(samples[c] * 257);
+        return;
+    }
     uint16_t* out;
     uint16_t* alpha;
     rowPointers(image, y, out, alpha);
@@ -136,30 +162,57 @@ void storeRow8(Image& image, int y, const uint8_t* samples, int channels)
     }
 }
 
+bool keepsAlpha(const Image& image)
+{
+    return image.layout == Image::Layout::Source ? hasAlpha(image) : !image.alpha.empty();
+}
+
 int outputChannels(const Image& image)
 {
     const bool grey = image.sourceChannels == 1 || image.sourceChannels == 2;
-    return (grey ? 1 : 3) + (image.alpha.empty() ? 0 : 1);
+    return (grey ? 1 : 3) + (keepsAlpha(image) ? 1 : 0);
+}
+
+void packPixels(const Image& image, int y, int x0, int x1, const uint16_t* rgbx, uint16_t* out)
+{
+    const int channels = outputChannels(image);
+    const bool alpha = keepsAlpha(image);
+    const bool grey = channels - (alpha ? 1 : 0) == 1;
+    const size_t first = static_cast<size_t>(y) * static_cast<size_t>(image.width) + static_cast<size_t>(x0);
+    // The image's alpha sample of each pixel, and the step to the next.
+    const uint16_t* a = nullptr;
+    size_t step = 1;
+    if (alpha && image.layout == Image::Layout::Source) {
+        step = static_cast<size_t>(image.sourceChannels);
+        a = image.samples.data() + first * step + step - 1;
+    } else if (alpha) {
+        a = image.alpha.data() + first;
+    }
+    for (int x = x0; x <= x1; ++x, rgbx += 4, out += channels) {
+        if (grey) {
+            out[0] = static_cast<uint16_t>((static_cast<uint32_t>(rgbx[0]) + rgbx[1] + rgbx[2] + 1) / 3);
+        } else {
+            out[0] = rgbx[0];
+            out[1] = rgbx[1];
+            out[2] = rgbx[2];
+        }
+        if (a) {
+            out[channels - 1] = *a;
+            a += step;
+        }
+    }
 }
 
 void packRow(const Image& image, int y, uint16_t* row)
 {
     const size_t w = static_cast<size_t>(image.width);
-    const int channels = outputChannels(image);
-    const uint16_t* in = image.rgbx.data() + static_cast<size_t>(y) * w * 4;
-    const uint16_t* a = image.alpha.empty() ? nullptr : image.alpha.data() + static_cast<size_t>(y) * w;
-    const bool grey = channels - (a ? 1 : 0) == 1;
-    for (size_t x = 0; x < w; ++x, in += 4, row += channels) {
-        if (grey) {
-            row[0] = static_cast<uint16_t>((static_cast<uint32_t>(in[0]) + in[1] + in[2] + 1) / 3);
-        } else {
-            row[0] = in[0];
-            row[1] = in[1];
-            row[2] = in[2];
-        }
-        if (a)
-            row[channels - 1] = a[x];
+    if (image.layout == Image::Layout::Source) {
+        // A grey source's R = G = B are their own mean.
+        const size_t perRow = w * static_cast<size_t>(image.sourceChannels);
+        std::memcpy(row, image.samples.data() + static_cast<size_t>(y) * perRow, perRow * sizeof(uint16_t));
+        return;
     }
+    packPixels(image, y, 0, image.width - 1, image.rgbx.data() + static_cast<size_t>(y) * w * 4, row);
 }
 
 std::string oneLine(const std::string& text)
@@ -186,6 +239,17 @@ void writeFailed(const std::string& path, const std::string& reason)
     if (deviceFull(path))
         throw AppError("cannot write " + path + ": " + errnoText(ENOSPC));
     throw AppError(oneLine("cannot write " + path + ": " + reason));
+}
+
+ImageRows::ImageRows(const Image& image)
+    : image_(image), row_(static_cast<size_t>(image.width) * static_cast<size_t>(outputChannels(image)))
+{
+}
+
+uint16_t* ImageRows::row(int y)
+{
+    packRow(image_, y, row_.data());
+    return row_.data();
 }
 
 void reportRow(const WriteOptions& options, int y, int height)
@@ -229,24 +293,35 @@ SourceKind detectSource(const std::string& path)
 
 namespace {
 
-Image readByKind(const std::string& path, const ReadLimits& limits)
+// A reader that fails leaves its image half filled: each attempt gets a
+// fresh one.
+Image readWith(void (*reader)(const std::string&, const ReadLimits&, Image&), const std::string& path,
+               const ReadLimits& limits, Image::Layout layout)
+{
+    Image image;
+    image.layout = layout;
+    reader(path, limits, image);
+    return image;
+}
+
+Image readByKind(const std::string& path, const ReadLimits& limits, Image::Layout layout)
 {
     switch (detail::detectSource(path)) {
     case detail::SourceKind::Png:
-        return detail::readPng(path, limits);
+        return readWith(detail::readPng, path, limits, layout);
     case detail::SourceKind::Jpeg:
-        return detail::readJpeg(path, limits);
+        return readWith(detail::readJpeg, path, limits, layout);
     case detail::SourceKind::Tiff:
-        return detail::readTiff(path, limits);
+        return readWith(detail::readTiff, path, limits, layout);
     case detail::SourceKind::TiffMaybeCameraRaw:
         // Not understood by the raw decoder, it may still be an ordinary
         // TIFF with extra directories. The raw decoder's complaint is the
         // one reported when libtiff cannot read it either.
         try {
-            return detail::readCameraRaw(path, limits);
+            return readWith(detail::readCameraRaw, path, limits, layout);
         } catch (const AppError& rawError) {
             try {
-                return detail::readTiff(path, limits);
+                return readWith(detail::readTiff, path, limits, layout);
             } catch (const AppError&) {
                 throw rawError;
             }
@@ -255,24 +330,62 @@ Image readByKind(const std::string& path, const ReadLimits& limits)
     case detail::SourceKind::CameraRaw:
         break;
     }
-    return detail::readCameraRaw(path, limits);
+    return readWith(detail::readCameraRaw, path, limits, layout);
+}
+
+size_t pixelCount(const Image& image)
+{
+    return static_cast<size_t>(image.width) * static_cast<size_t>(image.height);
 }
 
 }  // namespace
 
 Image readImage(const std::string& path, const ReadLimits& limits)
 {
+    return readImage(path, limits, Image::Layout::Rgbx);
+}
+
+Image readImage(const std::string& path, const ReadLimits& limits, Image::Layout layout)
+{
     Image image;
     try {
-        image = readByKind(path, limits);
+        image = readByKind(path, limits, layout);
     } catch (const std::bad_alloc&) {
         detail::readFailed(path, "not enough memory");
     }
     // Every reader stores rows in order; one that stopped early without
     // saying why has met the end of the data.
-    if (image.rgbx.size() != static_cast<size_t>(image.width) * static_cast<size_t>(image.height) * 4)
+    const size_t stored = layout == Image::Layout::Source ? image.samples.size() / static_cast<size_t>(image.sourceChannels)
+                                                          : image.rgbx.size() / 4;
+    if (stored != pixelCount(image))
         detail::readFailed(path, "truncated file");
     return image;
+}
+
+void readRgbx(const Image& image, int y, int x0, int x1, uint16_t* rgbx)
+{
+    const size_t w = static_cast<size_t>(image.width);
+    const size_t n = static_cast<size_t>(x1 - x0 + 1);
+    if (image.layout == Image::Layout::Rgbx) {
+        std::memcpy(rgbx, image.rgbx.data() + (static_cast<size_t>(y) * w + static_cast<size_t>(x0)) * 4,
+                    n * 4 * sizeof(uint16_t));
+        return;
+    }
+    const size_t channels = static_cast<size_t>(image.sourceChannels);
+    const uint16_t* in = image.samples.data() + (static_cast<size_t>(y) * w + static_cast<size_t>(x0)) * channels;
+    if (channels >= 3) {
+        for (size_t x = 0; x < n; ++x, in += channels, rgbx += 4) {
+            rgbx[0] = in[0];
+            rgbx[1] = in[1];
+            rgbx[2] = in[2];
+            rgbx[3] = 65535;
+        }
+    } else {
+        for (size_t x = 0; x < n; ++x, in += channels, rgbx += 4) {
+            rgbx[0] = rgbx[1] = rgbx[2] = in[0];
+            rgbx[3] = 65535;
+        }
+    }
 }
 
 ImageFormat formatForPath(const std::string& path)
@@ -295,22 +408,33 @@ ImageFormat formatForPath(const std::string& path)
 
 void writeImage(const std::string& path, const Image& image, ImageFormat format, const WriteOptions& options)
 {
-    if (image.width <= 0 || image.height <= 0 ||
-        image.rgbx.size() != static_cast<size_t>(image.width) * static_cast<size_t>(image.height) * 4)
+    const bool source = image.layout == Image::Layout::Source;
+    const size_t held = source ? image.samples.size() : image.rgbx.size();
+    const size_t perPixel = source ? static_cast<size_t>(image.sourceChannels) : 4;
+    if (image.width <= 0 || image.height <= 0 || held != pixelCount(image) * perPixel)
         detail::writeFailed(path, "the image has no pixels");
-    if (!image.alpha.empty() && image.alpha.size() != static_cast<size_t>(image.width) * static_cast<size_t>(image.height))
+    if (!source && !image.alpha.empty() && image.alpha.size() != pixelCount(image))
         detail::writeFailed(path, "the alpha channel does not match the image size");
+    detail::ImageRows rows(image);
+    writeImage(path, image, rows, format, options);
+}
+
+void writeImage(const std::string& path, const Image& image, RowSource& rows, ImageFormat format,
+                const WriteOptions& options)
+{
+    if (image.width <= 0 || image.height <= 0)
+        detail::writeFailed(path, "the image has no pixels");
     switch (format) {
     case ImageFormat::Tiff:
-        detail::writeTiff(path, image, options);
+        detail::writeTiff(path, image, rows, options);
         return;
     case ImageFormat::Png:
-        detail::writePng(path, image, options);
+        detail::writePng(path, image, rows, options);
         return;
     case ImageFormat::Jpeg:
         if (options.jpegQuality < 1 || options.jpegQuality > 100)
             detail::writeFailed(path, "JPEG quality " + std::to_string(options.jpegQuality) + " is outside 1..100");
-        detail::writeJpeg(path, image, options);
+        detail::writeJpeg(path, image, rows, options);
         return;
     }
 }

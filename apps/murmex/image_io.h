@@ -24,6 +24,12 @@ struct ReadLimits {
 // image their header claims, are refused before the pixels are allocated; the sample buffers grow as rows decode.
 // Throws AppError naming the file on any failure.
 Image readImage(const std::string& path, const ReadLimits& limits = {});
+// The same with the pixels in the given layout (Image::Layout::Source keeps the source's own samples).
+Image readImage(const std::string& path, const ReadLimits& limits, Image::Layout layout);
+
+// Columns x0..x1 of row y as packed RGBX (4 samples a pixel, X full scale), from either layout: what the
+// library's scanline callbacks hand over.
+void readRgbx(const Image& image, int y, int x0, int x1, uint16_t* rgbx);
 
 // The output format from the file name's extension (.tif/.tiff, .png, .jpg/.jpeg, case-insensitive); throws AppError otherwise.
 ImageFormat formatForPath(const std::string& path);
@@ -40,9 +46,25 @@ struct WriteOptions {
     std::function<void(float)> progress;
 };
 
+// Where a writer takes its rows: row y as the writer stores it (one grey
+// sample or R, G, B, then alpha when the image keeps it; 16-bit), asked for
+// once each in order 0, 1, ... height - 1. The row is the writer's until the
+// next call (libtiff's horizontal differencing overwrites it). An
+// implementation may block until the row exists, and may throw AppError,
+// which the writer lets through after removing its file.
+class RowSource {
+public:
+    virtual ~RowSource() = default;
+    virtual uint16_t* row(int y) = 0;
+};
+
 // Writes `image` to `path` in `format`: TIFF and PNG at 16 bits per sample (RGB, or RGBA when alpha is present), JPEG at 8 bits with options.jpegQuality; embeds image.icc. Writes exactly to `path` (the caller picks a temporary name and renames).
 // On failure throws AppError and leaves no file at `path`.
 void writeImage(const std::string& path, const Image& image, ImageFormat format, const WriteOptions& options = {});
+// The same with the rows taken from rows; image gives the size, the channels
+// and the metadata, and may be in either layout.
+void writeImage(const std::string& path, const Image& image, RowSource& rows, ImageFormat format,
+                const WriteOptions& options);
 // The same with the other options at their defaults.
 void writeImage(const std::string& path, const Image& image, ImageFormat format, int jpegQuality);
 

@@ -22,6 +22,7 @@ std::atomic<bool> progressLineOpen{false};
 
 struct TemporarySlot {
     std::atomic<bool> used{false};
+    std::atomic<bool> foreground{false};
     char path[PATH_MAX];
 };
 // The program writes one output at a time, two at most (a kept profile and
@@ -46,7 +47,7 @@ void say(const char* text)
 bool writingOutput()
 {
     for (const TemporarySlot& s : slots)
-        if (s.used.load())
+        if (s.used.load() && s.foreground.load())
             return true;
     return false;
 }
@@ -118,7 +119,7 @@ void throwIfInterrupted()
         throw Interrupted();
 }
 
-int registerTemporaryFile(const std::string& path)
+int registerTemporaryFile(const std::string& path, bool foreground)
 {
     if (path.size() >= PATH_MAX)
         throw AppError("cannot write " + path + ": the name is too long");
@@ -127,10 +128,17 @@ int registerTemporaryFile(const std::string& path)
         if (s.used.load())
             continue;
         std::memcpy(s.path, path.c_str(), path.size() + 1);
+        s.foreground.store(foreground);
         s.used.store(true);
         return i;
     }
     throw AppError("cannot write " + path + ": too many files open for writing");
+}
+
+void writeInForeground(int slot)
+{
+    if (slot >= 0 && slot < kSlots)
+        slots[slot].foreground.store(true);
 }
 
 void unregisterTemporaryFile(int slot)

@@ -7,12 +7,15 @@
 // 128 + the signal's number.
 //
 // Outputs are written to temporary files (TempOutput), which register here.
-// While one exists the program is writing, and a signal there does not wait
-// for the writer: the handler removes every registered temporary file and
-// ends the program at once. A second signal does the same in any phase. So no
-// signal leaves a temporary file behind or ends the program before its
-// temporary files are gone, and an existing output is only ever replaced by a
-// complete one.
+// While one is being written in the foreground, a signal does not wait for
+// the writer: the handler removes every registered temporary file and ends
+// the program at once. An output written in the background while the library
+// still works (its rows written as they are denoised) registers as such: a
+// first signal then stops the library as above, and the command removes the
+// file as it unwinds. A second signal removes every registered file and ends
+// the program in any phase. So no signal leaves a temporary file behind or
+// ends the program before its temporary files are gone, and an existing
+// output is only ever replaced by a complete one.
 #pragma once
 
 #include <signal.h>
@@ -42,9 +45,13 @@ struct Interrupted : std::exception {
 void throwIfInterrupted();
 
 // Registers a temporary file for removal by a signal; returns its slot.
-// Throws AppError when too many are registered at once. The caller blocks
-// the signals (SignalBlock) between creating the file and registering it.
-int registerTemporaryFile(const std::string& path);
+// foreground: the program is writing it now (a first signal ends the program
+// at once); else it is written in the background (see above) until
+// writeInForeground(slot). Throws AppError when too many are registered at
+// once. The caller blocks the signals (SignalBlock) between creating the
+// file and registering it.
+int registerTemporaryFile(const std::string& path, bool foreground = true);
+void writeInForeground(int slot);
 // Forgets a slot (after the file was renamed or removed).
 void unregisterTemporaryFile(int slot);
 

@@ -178,8 +178,8 @@ void setJfifDensity(jpeg_compress_struct& cinfo, const Resolution& r)
     cinfo.Y_density = static_cast<UINT16>(y);
 }
 
-bool jpegCompress(JpegWrite& w, const Image& image, const WriteOptions& options, std::vector<JSAMPLE>& row,
-                  std::vector<uint16_t>& wide)
+bool jpegCompress(JpegWrite& w, const Image& image, RowSource& source, const WriteOptions& options,
+                  std::vector<JSAMPLE>& row)
 {
     if (setjmp(w.errors.jump))
         return false;
@@ -189,7 +189,7 @@ bool jpegCompress(JpegWrite& w, const Image& image, const WriteOptions& options,
     w.cinfo.image_width = static_cast<JDIMENSION>(image.width);
     w.cinfo.image_height = static_cast<JDIMENSION>(image.height);
     // JPEG has no alpha: a grey source is one component, else three.
-    const int components = outputChannels(image) - (image.alpha.empty() ? 0 : 1);
+    const int components = outputChannels(image) - (keepsAlpha(image) ? 1 : 0);
     w.cinfo.input_components = components;
     w.cinfo.in_color_space = components == 1 ? JCS_GRAYSCALE : JCS_RGB;
     jpeg_set_defaults(&w.cinfo);
@@ -207,7 +207,7 @@ bool jpegCompress(JpegWrite& w, const Image& image, const WriteOptions& options,
     const size_t width = static_cast<size_t>(image.width);
     const int channels = outputChannels(image);
     while (w.cinfo.next_scanline < w.cinfo.image_height) {
-        packRow(image, static_cast<int>(w.cinfo.next_scanline), wide.data());
+        const uint16_t* wide = source.row(static_cast<int>(w.cinfo.next_scanline));
         for (size_t x = 0; x < width; ++x)
             for (int c = 0; c < components; ++c)
                 // Nearest 8-bit value: v * 255 / 65535 rounded, which is
@@ -223,7 +223,7 @@ bool jpegCompress(JpegWrite& w, const Image& image, const WriteOptions& options,
 
 }  // namespace
 
-Image readJpeg(const std::string& path, const ReadLimits& limits)
+void readJpeg(const std::string& path, const ReadLimits& limits, Image& image)
 {
     JpegRead r;
     r.file = std::fopen(path.c_str(), "rb");
@@ -231,7 +231,6 @@ Image readJpeg(const std::string& path, const ReadLimits& limits)
         readFailed(path, errnoText(errno));
     r.cinfo.err = &r.errors.mgr;
     initErrors(r.errors);
-    Image image;
     if (!jpegReadHeader(r, image.icc))
         readFailed(path, r.errors.message);
     if (r.cinfo.jpeg_color_space == JCS_CMYK || r.cinfo.jpeg_color_space == JCS_YCCK)
@@ -264,10 +263,9 @@ Image readJpeg(const std::string& path, const ReadLimits& limits)
         readFailed(path, r.errors.damage);
     if (r.cinfo.output_scanline < r.cinfo.output_height)
         readFailed(path, "truncated file");
-    return image;
 }
 
-void writeJpeg(const std::string& path, const Image& image, const WriteOptions& options)
+void writeJpeg(const std::string& path, const Image& image, RowSource& rows, const WriteOptions& options)
 {
     PartialFileGuard guard(path);
     {
@@ -279,8 +277,7 @@ void writeJpeg(const std::string& path, const Image& image, const WriteOptions& 
         w.cinfo.err = &w.errors.mgr;
         initErrors(w.errors);
         std::vector<JSAMPLE> row(static_cast<size_t>(image.width) * 3);
-        std::vector<uint16_t> wide(static_cast<size_t>(image.width) * outputChannels(image));
-        if (!jpegCompress(w, image, options, row, wide))
+        if (!jpegCompress(w, image, rows, options, row))
             writeFailed(path, w.errors.message);
         FILE* f = w.file;
         w.file = nullptr;

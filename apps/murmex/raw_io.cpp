@@ -36,7 +36,7 @@ std::string rawFailure(int rc)
 
 }  // namespace
 
-Image readCameraRaw(const std::string& path, const ReadLimits& limits)
+void readCameraRaw(const std::string& path, const ReadLimits& limits, Image& image)
 {
     std::unique_ptr<LibRaw> raw;
     try {
@@ -72,7 +72,6 @@ Image readCameraRaw(const std::string& path, const ReadLimits& limits)
     if (out->type != LIBRAW_IMAGE_BITMAP || out->bits != 16 || (out->colors != 3 && out->colors != 1))
         readFailed(path, "the raw decoder gave an unexpected image layout");
 
-    Image image;
     const int channels = out->colors;
     allocate(image, path, out->width, out->height, channels == 1 ? 1 : 3, 16, limits);
     // The decoder's samples are 16-bit in host order, rows packed.
@@ -82,7 +81,6 @@ Image readCameraRaw(const std::string& path, const ReadLimits& limits)
         readFailed(path, "the raw decoder gave a short image");
     for (int y = 0; y < out->height; ++y)
         storeRow(image, y, samples + static_cast<size_t>(y) * rowSamples, channels);
-    return image;
 }
 
 }  // namespace murmex_app::detail

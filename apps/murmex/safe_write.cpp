@@ -76,7 +76,7 @@ void checkOutputTarget(const std::string& target)
         throw AppError("cannot write " + target + ": " + errnoText(errno) + " (the existing file is not writable)");
 }
 
-TempOutput::TempOutput(const std::string& target) : target_(target)
+TempOutput::TempOutput(const std::string& target, bool foreground) : target_(target)
 {
     checkOutputTarget(target);
     resolved_ = resolveOutputPath(target);
@@ -91,7 +91,7 @@ TempOutput::TempOutput(const std::string& target) : target_(target)
     close(fd);
     path_ = buf.data();
     try {
-        slot_ = registerTemporaryFile(path_);
+        slot_ = registerTemporaryFile(path_, foreground);
     } catch (...) {
         std::remove(path_.c_str());
         throw;
@@ -104,6 +104,11 @@ TempOutput::~TempOutput()
     if (!committed_ && !path_.empty())
         std::remove(path_.c_str());
     unregisterTemporaryFile(slot_);
+}
+
+void TempOutput::writeInForeground()
+{
+    murmex_app::writeInForeground(slot_);
 }
 
 void TempOutput::write(const std::function<void(const std::string& path)>& writer)

@@ -17,9 +17,11 @@ class TempOutput {
 public:
     // Checks the target (checkOutputTarget) and creates
     // ".NAME.murmex-XXXXXX" (mkstemp) in the directory of the file it
-    // resolves to, registered for removal by a signal (interrupt.h). Throws
-    // AppError naming the target when that is not possible.
-    explicit TempOutput(const std::string& target);
+    // resolves to, registered for removal by a signal (interrupt.h) as
+    // written in the foreground, or in the background until
+    // writeInForeground(). Throws AppError naming the target when that is
+    // not possible.
+    explicit TempOutput(const std::string& target, bool foreground = true);
     // Removes the temporary file unless it was committed.
     ~TempOutput();
     TempOutput(const TempOutput&) = delete;
@@ -27,6 +29,9 @@ public:
 
     const std::string& path() const { return path_; }
     const std::string& target() const { return target_; }
+
+    // From now on a signal ends the program at once (interrupt.h).
+    void writeInForeground();
 
     // Runs writer(path()) and rethrows its AppError naming the target
     // instead of the temporary file, and saying so when the device is full.

@@ -50,19 +50,22 @@ protected:
         before = listDir(dir.path());
     }
 
+    // Narrow strips: a row is complete only once the last strip has put its
+    // columns, so the rows written while the library works are few and most
+    // of the output is written in the "Writing" stage.
     std::vector<std::string> denoise() const
     {
-        return {"denoise", dir.file("big.tif"), "--profile", profile, "-o", dir.file("out.png")};
+        return {"denoise", dir.file("big.tif"), "--profile", profile, "-o", dir.file("out.png"), "--strip-width", "100"};
     }
 
-    // Lets the run go on until it writes its output, and stops it there: the
-    // temporary file exists while the process is stopped, so the program is
-    // caught in its write phase whatever the timing.
+    // Lets the run go on until its "Writing" stage (the rows still missing
+    // after the library is done), and stops it there: the temporary file
+    // exists while the process is stopped, so the program is caught writing
+    // in the foreground.
     void stopWhileWriting(Murmex& m)
     {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(120);
-        while (!hasTemporaryFile(dir.path()) && std::chrono::steady_clock::now() < end)
-            std::this_thread::sleep_for(std::chrono::microseconds(500));
+        ASSERT_TRUE(m.readUntil([](const std::string& err) { return contains(err, "big.tif: Writing"); },
+                                std::chrono::seconds(120)));
         m.signal(SIGSTOP);
         ASSERT_TRUE(hasTemporaryFile(dir.path())) << "the run was not caught writing its output";
     }
@@ -85,6 +88,8 @@ TEST_F(CliInterrupt, SigintSigtermAndSighupWhileDenoisingStopWithoutOutput)
         Murmex m(denoise());
         ASSERT_TRUE(m.readUntil([](const std::string& err) { return contains(err, "Removing noise"); },
                                 std::chrono::seconds(60)));
+        // The output is already open for the rows the library completes.
+        EXPECT_TRUE(hasTemporaryFile(dir.path()));
         m.signal(sig);
         const RunResult r = m.wait();
         EXPECT_EQ(r.status, 128 + sig) << r.err;

@@ -92,6 +92,27 @@ TEST(ImageIoTest, Tiff16RoundTripKeepsSizeDepthAndEverySample)
     expectSameSamples(im, back);
 }
 
+TEST(ImageIoTest, DeflateTiffStripsOfOneAndSeveralRowsAnOddNumberOfThemRoundTrip)
+{
+    TempDir dir;
+    // Seven rows of 8000 bytes (a strip each), and of 3000 and 3996 bytes
+    // (two a strip, the last strip one row): RGBA, RGB and grey with alpha,
+    // deflate-compressed with differencing, every sample read back.
+    for (const auto& [width, channels] : {std::pair{1000, 4}, {500, 3}, {999, 2}}) {
+        const Image im = randomImage(width, 7, channels, 9);
+        writeImage(dir.file("s.tif"), im, ImageFormat::Tiff);
+        expectSameSamples(im, readImage(dir.file("s.tif")));
+        TIFF* tif = TIFFOpen(dir.file("s.tif").c_str(), "r");
+        ASSERT_NE(tif, nullptr);
+        uint16_t compression = 0, predictor = 0;
+        TIFFGetField(tif, TIFFTAG_COMPRESSION, &compression);
+        TIFFGetField(tif, TIFFTAG_PREDICTOR, &predictor);
+        EXPECT_EQ(compression, COMPRESSION_ADOBE_DEFLATE);
+        EXPECT_EQ(predictor, PREDICTOR_HORIZONTAL);
+        TIFFClose(tif);
+    }
+}
+
 TEST(ImageIoTest, Png16RoundTripKeepsSizeDepthAndEverySample)
 {
     TempDir dir;
@@ -726,4 +747,83 @@ TEST(ImageIoTest, DngIsDevelopedByTheRawDecoder)
     EXPECT_LT(g, 65000);
     EXPECT_NEAR(r, g, g / 20);
     EXPECT_NEAR(b, g, g / 20);
+}
+
+namespace {
+
+// Reads path in both layouts: the Source layout must hand the library the
+// same RGBX, whole rows and parts of rows, and write the same file.
+void expectBothLayoutsAgree(const std::string& path, const TempDir& dir)
+{
+    const Image rgbx = readImage(path);
+    const Image source = readImage(path, {}, Image::Layout::Source);
+    ASSERT_EQ(source.layout, Image::Layout::Source);
+    ASSERT_EQ(source.width, rgbx.width);
+    ASSERT_EQ(source.height, rgbx.height);
+    EXPECT_EQ(source.sourceChannels, rgbx.sourceChannels);
+    EXPECT_EQ(source.bitsPerSample, rgbx.bitsPerSample);
+    EXPECT_EQ(source.icc, rgbx.icc);
+    EXPECT_TRUE(source.rgbx.empty());
+    EXPECT_TRUE(source.alpha.empty());
+    EXPECT_EQ(source.samples.size(), static_cast<size_t>(source.width) * source.height * source.sourceChannels);
+    EXPECT_EQ(murmex_app::detail::outputChannels(source), murmex_app::detail::outputChannels(rgbx));
+    const int w = source.width;
+    std::vector<uint16_t> row(static_cast<size_t>(w) * 4);
+    for (int y = 0; y < source.height; ++y) {
+        murmex_app::readRgbx(source, y, 0, w - 1, row.data());
+        ASSERT_TRUE(std::equal(row.begin(), row.end(), rgbx.rgbx.begin() + static_cast<size_t>(y) * w * 4)) << path << " row " << y;
+        const int x0 = w / 3, x1 = w - 1 - w / 4;
+        murmex_app::readRgbx(source, y, x0, x1, row.data());
+        ASSERT_TRUE(std::equal(row.begin(), row.begin() + (x1 - x0 + 1) * 4,
+                               rgbx.rgbx.begin() + (static_cast<size_t>(y) * w + x0) * 4))
+            << path << " row " << y << " columns " << x0 << ".." << x1;
+    }
+    writeImage(dir.file("from-rgbx.tif"), rgbx, ImageFormat::Tiff);
+    writeImage(dir.file("from-source.tif"), source, ImageFormat::Tiff);
+    expectSameSamples(readImage(dir.file("from-rgbx.tif")), readImage(dir.file("from-source.tif")));
+}
+
+}  // namespace
+
+TEST(ImageIoTest, SourceLayoutKeepsTheFilesSamplesAndHandsOutTheSameRgbx)
+{
+    TempDir dir;
+    for (int channels : {1, 2, 3, 4}) {
+        const std::string tif = dir.file("c" + std::to_string(channels) + ".tif");
+        writeImage(tif, randomImage(23, 9, channels, 40 + channels), ImageFormat::Tiff);
+        expectBothLayoutsAgree(tif, dir);
+        const std::string png = dir.file("c" + std::to_string(channels) + ".png");
+        writeImage(png, randomImage(23, 9, channels, 50 + channels), ImageFormat::Png);
+        expectBothLayoutsAgree(png, dir);
+    }
+    writeImage(dir.file("c.jpg"), randomImage(23, 9, 3, 60), ImageFormat::Jpeg);
+    expectBothLayoutsAgree(dir.file("c.jpg"), dir);
+    writeImage(dir.file("g.jpg"), randomImage(23, 9, 1, 61), ImageFormat::Jpeg);
+    expectBothLayoutsAgree(dir.file("g.jpg"), dir);
+    // 8-bit white-is-zero grey, tiled planes with alpha, an extra sample
+    // that is no alpha.
+    RawTiff w;
+    w.width = 5;
+    w.height = 3;
+    w.spp = 1;
+    w.bps = 8;
+    w.photometric = PHOTOMETRIC_MINISWHITE;
+    for (int i = 0; i < 15; ++i)
+        w.samples.push_back(static_cast<uint16_t>(i * 17));
+    ASSERT_TRUE(writeRawTiff(dir.file("w.tif"), w));
+    expectBothLayoutsAgree(dir.file("w.tif"), dir);
+    RawTiff t;
+    t.width = 37;
+    t.height = 21;
+    t.spp = 4;
+    t.separate = true;
+    t.tiled = true;
+    t.alphaExtra = true;
+    for (int i = 0; i < 37 * 21 * 4; ++i)
+        t.samples.push_back(static_cast<uint16_t>(i * 2654435761u >> 16));
+    ASSERT_TRUE(writeRawTiff(dir.file("t.tif"), t));
+    expectBothLayoutsAgree(dir.file("t.tif"), dir);
+    t.separate = t.tiled = t.alphaExtra = false;
+    ASSERT_TRUE(writeRawTiff(dir.file("x.tif"), t));
+    expectBothLayoutsAgree(dir.file("x.tif"), dir);
 }
