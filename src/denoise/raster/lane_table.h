@@ -8,7 +8,8 @@
 // the block reads) at entry p*M + m, so that one unaligned load at
 // entry(t) = (t % d)*M + t / d gives tap t of eight consecutive lanes.
 // Entries past the last input row are zero. Used by the vector paths of
-// Variance and VarianceStepAbs.
+// Variance and VarianceStepAbs, which also hand their results back through
+// writeRows below.
 #pragma once
 
 #include <immintrin.h>
@@ -112,6 +113,28 @@ MURMEX_LANES_AVX2 Table build(const float* const* in, int nIn, int d, int x0, in
         }
     t.data = base;
     return t;
+}
+
+// Pixel x of lane k is staged[x*stride + k] (stride a multiple of 8, at
+// least n); writes it to outs[k][x] for the n lanes and x in 0..width-1.
+// Blocks of 8 pixels by 8 lanes go through one transpose and leave as eight
+// vector stores, where one store per pixel and lane would be the row's
+// bottleneck.
+MURMEX_LANES_AVX2 inline void writeRows(const float* staged, int stride, int width, float* const* outs, int n)
+{
+    int x = 0;
+    for (; x + 8 <= width; x += 8)
+        for (int k0 = 0; k0 < n; k0 += 8) {
+            __m256 r[8];
+            for (int q = 0; q < 8; ++q)
+                r[q] = _mm256_loadu_ps(staged + static_cast<ptrdiff_t>(x + q) * stride + k0);
+            transpose8(r);
+            for (int q = 0; q < 8 && k0 + q < n; ++q)
+                _mm256_storeu_ps(outs[k0 + q] + x, r[q]);
+        }
+    for (; x < width; ++x)
+        for (int k = 0; k < n; ++k)
+            outs[k][x] = staged[static_cast<ptrdiff_t>(x) * stride + k];
 }
 
 }  // namespace lane_table

@@ -184,11 +184,12 @@ TEST(VarianceTest, ReferencesAreBalanced)
 
 TEST(VarianceTest, VectorPathsGiveTheScalarBitsForRadiiThreeToFive)
 {
-    // Awkward widths; heights below, around and above a block of 32 rows, so
-    // that blocks start and end on rows that read mirrored rows at the top and
-    // bottom; each pulled row by row (no row below is referenced, one row at a
+    // Awkward widths and one of whole 8-pixel blocks (the rows leave the
+    // lanes in 8 x 8 blocks); heights below, around and above a block of 32
+    // rows, so that blocks start and end on rows that read mirrored rows at
+    // the top and bottom; each pulled row by row (no row below is referenced, one row at a
     // time) and with every row referenced first (rows in blocks).
-    for (int w : {1, 7, 33, 257})
+    for (int w : {1, 7, 16, 33, 257})
         for (int h : {1, 3, 12, 45})
             for (int r = 3; r <= 5; ++r)
                 for (bool turbo : {false, true}) {
