@@ -17,6 +17,8 @@
 #include <cstddef>
 #include <vector>
 
+#include "base/simd_target.h"
+
 namespace lane_table {
 
 #define MURMEX_LANES_AVX2 __attribute__((target("avx2,fma")))
@@ -115,26 +117,71 @@ MURMEX_LANES_AVX2 Table build(const float* const* in, int nIn, int d, int x0, in
     return t;
 }
 
-// Pixel x of lane k is staged[x*stride + k] (stride a multiple of 8, at
-// least n); writes it to outs[k][x] for the n lanes and x in 0..width-1.
-// Blocks of 8 pixels by 8 lanes go through one transpose and leave as eight
-// vector stores, where one store per pixel and lane would be the row's
-// bottleneck.
-MURMEX_LANES_AVX2 inline void writeRows(const float* staged, int stride, int width, float* const* outs, int n)
+// Pixel x0 + i of lane k is staged[i*stride + k] (stride a multiple of 8, at
+// least n); writes it to outs[k][x0 + i] for the n lanes and i in
+// 0..count-1. Blocks of 8 pixels by 8 lanes go through one transpose and
+// leave as eight vector stores, where one store per pixel and lane would be
+// the row's bottleneck.
+MURMEX_LANES_AVX2 inline void writeRows(const float* staged, int stride, int x0, int count, float* const* outs,
+                                        int n)
 {
-    int x = 0;
-    for (; x + 8 <= width; x += 8)
+    int i = 0;
+    for (; i + 8 <= count; i += 8)
         for (int k0 = 0; k0 < n; k0 += 8) {
             __m256 r[8];
             for (int q = 0; q < 8; ++q)
-                r[q] = _mm256_loadu_ps(staged + static_cast<ptrdiff_t>(x + q) * stride + k0);
+                r[q] = _mm256_loadu_ps(staged + static_cast<ptrdiff_t>(i + q) * stride + k0);
             transpose8(r);
             for (int q = 0; q < 8 && k0 + q < n; ++q)
-                _mm256_storeu_ps(outs[k0 + q] + x, r[q]);
+                _mm256_storeu_ps(outs[k0 + q] + x0 + i, r[q]);
         }
-    for (; x < width; ++x)
+    for (; i < count; ++i)
         for (int k = 0; k < n; ++k)
-            outs[k][x] = staged[static_cast<ptrdiff_t>(x) * stride + k];
+            outs[k][x0 + i] = staged[static_cast<ptrdiff_t>(i) * stride + k];
 }
+
+// The operations the rows of lanes use, per instruction set: a vector of
+// kWidth lanes (8 with AVX2, 16 with AVX-512), each operation one IEEE
+// rounding per lane. Code written once over L is compiled per instruction
+// set by including it inside MURMEX_TARGET_BEGIN with that set.
+MURMEX_TARGET_BEGIN("avx2,fma")
+namespace avx2 {
+struct Lanes {
+    using F = __m256;
+    static constexpr int kWidth = 8;
+    static F load(const float* p) { return _mm256_loadu_ps(p); }
+    static void store(float* p, F v) { _mm256_storeu_ps(p, v); }
+    static F set1(float f) { return _mm256_set1_ps(f); }
+    static F zero() { return _mm256_setzero_ps(); }
+    static F add(F a, F b) { return _mm256_add_ps(a, b); }
+    static F sub(F a, F b) { return _mm256_sub_ps(a, b); }
+    static F mul(F a, F b) { return _mm256_mul_ps(a, b); }
+    static F div(F a, F b) { return _mm256_div_ps(a, b); }
+    static F sqrt(F a) { return _mm256_sqrt_ps(a); }
+    static F fmadd(F a, F b, F c) { return _mm256_fmadd_ps(a, b, c); }
+};
+}  // namespace avx2
+MURMEX_TARGET_END
+
+MURMEX_TARGET_BEGIN("avx512f,avx512dq,avx512bw,avx512vl,fma")
+namespace avx512 {
+struct Lanes {
+    using F = __m512;
+    static constexpr int kWidth = 16;
+    static F load(const float* p) { return _mm512_loadu_ps(p); }
+    static void store(float* p, F v) { _mm512_storeu_ps(p, v); }
+    static F set1(float f) { return _mm512_set1_ps(f); }
+    static F zero() { return _mm512_setzero_ps(); }
+    static F add(F a, F b) { return _mm512_add_ps(a, b); }
+    static F sub(F a, F b) { return _mm512_sub_ps(a, b); }
+    static F mul(F a, F b) { return _mm512_mul_ps(a, b); }
+    static F div(F a, F b) { return _mm512_div_ps(a, b); }
+    // The all-lanes masked form is the plain instruction; GCC 12 warns about
+    // the unmasked intrinsic's undefined pass-through operand.
+    static F sqrt(F a) { return _mm512_maskz_sqrt_ps(static_cast<__mmask16>(0xffff), a); }
+    static F fmadd(F a, F b, F c) { return _mm512_fmadd_ps(a, b, c); }
+};
+}  // namespace avx512
+MURMEX_TARGET_END
 
 }  // namespace lane_table

@@ -131,7 +131,7 @@ __attribute__((target("avx2,fma"))) void laneRows(const lane_table::Table& t, in
             storeLanes<G>(a, staged, x);
         }
     }
-    lane_table::writeRows(staged, kLanes * G, width, outs, n);
+    lane_table::writeRows(staged, kLanes * G, 0, width, outs, n);
 }
 
 }  // namespace

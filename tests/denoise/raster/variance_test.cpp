@@ -186,11 +186,11 @@ TEST(VarianceTest, VectorPathsGiveTheScalarBitsForRadiiThreeToFive)
 {
     // Awkward widths and one of whole 8-pixel blocks (the rows leave the
     // lanes in 8 x 8 blocks); heights below, around and above a block of 32
-    // rows, so that blocks start and end on rows that read mirrored rows at
+    // (AVX2) or 64 rows (AVX-512), so that blocks start and end on rows that read mirrored rows at
     // the top and bottom; each pulled row by row (no row below is referenced, one row at a
     // time) and with every row referenced first (rows in blocks).
     for (int w : {1, 7, 16, 33, 257})
-        for (int h : {1, 3, 12, 45})
+        for (int h : {1, 3, 12, 45, 100})
             for (int r = 3; r <= 5; ++r)
                 for (bool turbo : {false, true}) {
                     const std::vector<float> p = murmex_test::mixedPlane(w, h, 300 + w * 7 + h + r);
@@ -229,38 +229,44 @@ TEST(VarianceTest, VectorPathComputesTheReferencedRowsBelowTogether)
 {
     if (!hasRowVectorPath())
         GTEST_SKIP() << "no AVX2";
-    const int w = 20, h = 50;
-    for (bool turbo : {false, true}) {
-        murmex_test::ScopedSIMDPath vector({true, JCPUInfo::AVX2});
-        PlaneNode in(w, h, murmex_test::randomPlane(w, h, 5, -1.0f, 1.0f));
-        JIncrRaster_Variance node(in, 4);
-        node.setTurbo(turbo);
-        for (int y = 0; y < h; ++y)
-            node.refScanline(y);
-        // A row in the middle first: its block takes the next 31 rows of its
-        // kind (every row, or every even row in turbo mode, whose odd rows
-        // are copies), as far as the raster goes.
-        const int step = turbo ? 2 : 1;
-        const int first = turbo ? 8 : 9;
-        node.getScanline(first);
-        for (int y = 0; y < h; ++y) {
-            const bool inBlock = y >= first && y < first + 32 * step && (y - first) % step == 0;
-            EXPECT_EQ(node.rowPresent(y), inBlock) << "turbo " << turbo << " row " << y;
+    // Four vectors of lanes: 32 rows with AVX2, 64 with AVX-512.
+    for (const int level : {static_cast<int>(JCPUInfo::AVX2), static_cast<int>(JCPUInfo::AVX512)}) {
+        if (level > JCPUInfo::detectedLevel())
+            continue;
+        const int block = level == JCPUInfo::AVX512 ? 64 : 32;
+        const int w = 20, h = 150;
+        for (bool turbo : {false, true}) {
+            murmex_test::ScopedSIMDPath vector({true, level});
+            PlaneNode in(w, h, murmex_test::randomPlane(w, h, 5, -1.0f, 1.0f));
+            JIncrRaster_Variance node(in, 4);
+            node.setTurbo(turbo);
+            for (int y = 0; y < h; ++y)
+                node.refScanline(y);
+            // A row in the middle first: its block takes the next rows of its
+            // kind (every row, or every even row in turbo mode, whose odd rows
+            // are copies), as far as the raster goes.
+            const int step = turbo ? 2 : 1;
+            const int first = turbo ? 8 : 9;
+            node.getScanline(first);
+            for (int y = 0; y < h; ++y) {
+                const bool inBlock = y >= first && y < first + block * step && (y - first) % step == 0;
+                EXPECT_EQ(node.rowPresent(y), inBlock) << "level " << level << " turbo " << turbo << " row " << y;
+            }
+            // Then row 0: its block stops at the first row already present.
+            node.getScanline(0);
+            for (int y = 0; y < first; ++y)
+                EXPECT_EQ(node.rowPresent(y), y % step == 0) << "level " << level << " turbo " << turbo << " row " << y;
+            for (int y = 0; y < h; ++y) {
+                const float* row = node.getScanline(y);
+                (void)row;
+            }
+            for (int y = 0; y < h; ++y)
+                EXPECT_EQ(in.computeCount(y), 1) << "level " << level << " turbo " << turbo << " row " << y;
+            for (int y = 0; y < h; ++y)
+                node.unrefScanline(y);
+            EXPECT_TRUE(murmex_test::allRowsReleased(node));
+            EXPECT_TRUE(murmex_test::allRowsReleased(in));
         }
-        // Then row 0: its block stops at the first row already present.
-        node.getScanline(0);
-        for (int y = 0; y < first; ++y)
-            EXPECT_EQ(node.rowPresent(y), y % step == 0) << "turbo " << turbo << " row " << y;
-        for (int y = 0; y < h; ++y) {
-            const float* row = node.getScanline(y);
-            (void)row;
-        }
-        for (int y = 0; y < h; ++y)
-            EXPECT_EQ(in.computeCount(y), 1) << "turbo " << turbo << " row " << y;
-        for (int y = 0; y < h; ++y)
-            node.unrefScanline(y);
-        EXPECT_TRUE(murmex_test::allRowsReleased(node));
-        EXPECT_TRUE(murmex_test::allRowsReleased(in));
     }
 }
 
