@@ -3,7 +3,8 @@
 // Rows side by side (radius2RowsSIMD), when the rows below are referenced,
 // as in the denoise driver: like Variance, the node claims up to 32 rows
 // (every row, or every even row in turbo mode) and runs each in a lane of
-// four 8-wide vectors, lane k doing the scalar operations of its row in the
+// four 8-wide vectors (64 rows in four 16-wide vectors with AVX-512;
+// variance_step_abs_simd_rows.h), lane k doing the scalar operations of its row in the
 // scalar order: the first `step` pixels in full (rows from the top, columns
 // from the left, starting at +0), the seed sqrtf(out) * 25, then per residue
 // class the ten rounded updates per pixel. |v| is the value with its sign bit
@@ -15,7 +16,8 @@
 // four-wide path below gave 0.97 there). The results leave the lanes in 8 x
 // 8 transposes (lane_table::writeRows) rather than pixel by pixel: on a
 // shared 2-core Xeon (Sapphire Rapids class), steps 1 to 4 went from 0.76,
-// 0.86, 0.88, 0.93 ms to 0.60, 0.61, 0.65, 0.64 ms.
+// 0.86, 0.88, 0.93 ms to 0.60, 0.61, 0.65, 0.64 ms; with 16-wide lanes and
+// the results handed on every 64 pixels, to 0.55, 0.56, 0.62, 0.59 ms.
 //
 // Within one row (radius2_SIMD), when only that row is wanted: the running
 // sums of the residue classes x mod step are independent chains, so four
@@ -35,6 +37,7 @@
 #include <vector>
 
 #include "base/cpu_info.h"
+#include "base/simd_target.h"
 #include "denoise/raster/lane_table.h"
 #include "denoise/raster/variance_step_abs.h"
 
@@ -73,75 +76,34 @@ int movingSumsSSE(const float* const* rows, float* out, float* sums, int w, int 
     return movingSums4(rows, out, sums, w, s);
 }
 
-constexpr int kLanes = 8;
+// Four groups of 8 lanes (AVX2) or 16 (AVX-512): up to 32 or 64 rows.
 constexpr int kMaxGroups = 4;
-constexpr int kMaxRows = kLanes * kMaxGroups;
+constexpr int kMaxRows = 16 * kMaxGroups;
 
-// out = (A / 25) * (A / 25) of every lane, into pixel x of the staged rows.
-template <int G>
-__attribute__((target("avx2,fma"))) inline void storeLanes(const __m256* a, float* staged, int x)
-{
-    const __m256 taps = _mm256_set1_ps(25.0f);
-    float* result = staged + static_cast<size_t>(x) * kLanes * G;
-    for (int g = 0; g < G; ++g) {
-        const __m256 m = _mm256_div_ps(a[g], taps);
-        _mm256_storeu_ps(result + kLanes * g, _mm256_mul_ps(m, m));
-    }
-}
+MURMEX_TARGET_BEGIN("avx2,fma")
+namespace avx2 {
+using lane_table::avx2::Lanes;
+#include "denoise/raster/variance_step_abs_simd_rows.h"
+}  // namespace avx2
+MURMEX_TARGET_END
 
-// Rows side by side: lanes 8g .. 8g+7 of every group g < G, residue class by
-// residue class, so that a class's running sum stays in a register. Column c
-// of the table is column c - 3s of the input rows, tap j (0..4, rows from the
-// top) input row j*s of the lane.
-template <int G>
-__attribute__((target("avx2,fma"))) void laneRows(const lane_table::Table& t, int s, int width, float* const* outs,
-                                                  int n)
-{
-    const __m256 taps = _mm256_set1_ps(25.0f);
-    int tapEntry[5];
-    for (int j = 0; j < 5; ++j)
-        tapEntry[j] = t.entry(j * s);
-    thread_local std::vector<float> staging;
-    staging.resize(static_cast<size_t>(width) * kLanes * G);
-    float* const staged = staging.data();
-    for (int c = 0; c < s && c < width; ++c) {
-        // Pixel c in full, rows from the top, columns from the left.
-        __m256 a[G];
-        for (int g = 0; g < G; ++g)
-            a[g] = _mm256_setzero_ps();
-        for (int j = 0; j < 5; ++j)
-            for (int k = -2; k <= 2; ++k) {
-                const float* v = t.column(c + k * s + 3 * s) + tapEntry[j];
-                for (int g = 0; g < G; ++g)
-                    a[g] = _mm256_add_ps(a[g], _mm256_loadu_ps(v + kLanes * g));
-            }
-        storeLanes<G>(a, staged, c);
-        // The class's sum restarts from the stored value, as in the scalar row.
-        for (int g = 0; g < G; ++g)
-            a[g] = _mm256_mul_ps(_mm256_sqrt_ps(_mm256_loadu_ps(staged + static_cast<size_t>(c) * kLanes * G + kLanes * g)),
-                                 taps);
-        for (int x = c + s; x < width; x += s) {
-            const float* leaving = t.column(x);
-            const float* entering = t.column(x + 5 * s);
-            for (int j = 0; j < 5; ++j)
-                for (int g = 0; g < G; ++g) {
-                    a[g] = _mm256_sub_ps(a[g], _mm256_loadu_ps(leaving + tapEntry[j] + kLanes * g));
-                    a[g] = _mm256_add_ps(a[g], _mm256_loadu_ps(entering + tapEntry[j] + kLanes * g));
-                }
-            storeLanes<G>(a, staged, x);
-        }
-    }
-    lane_table::writeRows(staged, kLanes * G, 0, width, outs, n);
-}
+MURMEX_TARGET_BEGIN("avx512f,avx512dq,avx512bw,avx512vl,fma")
+namespace avx512 {
+using lane_table::avx512::Lanes;
+#include "denoise/raster/variance_step_abs_simd_rows.h"
+}  // namespace avx512
+MURMEX_TARGET_END
 
 }  // namespace
 
 bool JIncrRaster_VarianceStepAbs::radius2RowsSIMD(int row, float* out)
 {
     const int d = turbo() ? 2 : 1;
+    const bool wide = JCPUInfo::useSIMD(JCPUInfo::AVX512);
+    const int laneWidth = wide ? lane_table::avx512::Lanes::kWidth : lane_table::avx2::Lanes::kWidth;
     float* outs[kMaxRows];
     outs[0] = out;
-    const int n = claimRows(row, d, kMaxRows, outs);
+    const int n = claimRows(row, d, laneWidth * kMaxGroups, outs);
     if (n == 1)
         return false;
     const int s = step_;
@@ -158,15 +120,13 @@ bool JIncrRaster_VarianceStepAbs::radius2RowsSIMD(int row, float* out)
                     r = input_.getScanline(row - 2 * s + k * d + j * s);
             }
         thread_local std::vector<float> store;
-        const int groups = (n + kLanes - 1) / kLanes;
+        const int groups = (n + laneWidth - 1) / laneWidth;
         const lane_table::Table t = lane_table::build<lane_table::Magnitude>(
-            in.data(), nIn, d, -3 * s, width() + 5 * s, groups * kLanes, 4 * s, store);
-        switch (groups) {
-        case 1: laneRows<1>(t, s, width(), outs, n); break;
-        case 2: laneRows<2>(t, s, width(), outs, n); break;
-        case 3: laneRows<3>(t, s, width(), outs, n); break;
-        default: laneRows<4>(t, s, width(), outs, n); break;
-        }
+            in.data(), nIn, d, -3 * s, width() + 5 * s, groups * laneWidth, 4 * s, store);
+        if (wide)
+            avx512::laneRowsOf<avx512::Lanes>(t, s, width(), outs, n);
+        else
+            avx2::laneRowsOf<avx2::Lanes>(t, s, width(), outs, n);
     } catch (...) {
         releaseClaimedRows(row, d, n, false);
         throw;
