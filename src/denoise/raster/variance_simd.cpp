@@ -4,8 +4,8 @@
 // pixel, so the scalar row runs at the latency of an addition times 2N. Rows
 // are independent chains, though: the node claims the rows row + k*d that are
 // referenced and not yet computed (d = 2 in turbo mode, where odd rows are
-// copies) and runs up to 32 of them in the lanes of four 8-wide vectors (64
-// in four 16-wide vectors with AVX-512; variance_simd_rows.h), lane k doing exactly the scalar operations of row row + k*d in the scalar order:
+// copies) and runs up to 32 of them in the lanes of four 8-wide vectors (two
+// 16-wide ones with AVX-512; variance_simd_rows.h), lane k doing exactly the scalar operations of row row + k*d in the scalar order:
 //   - the start at pixel -1 is the same chain of fused multiply-adds
 //     (rows from the top, columns from the left), then the true division by
 //     N^2 and the multiplication back;
@@ -24,9 +24,9 @@
 // (lane_table::writeRows): storing them pixel by pixel had become half of the
 // time; on a shared 2-core Xeon (Sapphire Rapids class) BM_Variance went from
 // 1.09 to 0.83 ms, turbo 0.75 to 0.54 ms. Sixteen lanes per vector do not
-// shorten a chain but carry twice the rows through it; with the results
-// handed on every eight pixels, while they are in the first-level cache, the
-// same run gave 0.69 ms.
+// shorten a chain but carry twice the rows through one instruction; with
+// them and the results handed on every eight pixels, while they are in the
+// first-level cache, the same run gave 0.67 ms, turbo 0.46 ms.
 
 #include <immintrin.h>
 
@@ -39,9 +39,11 @@
 
 namespace {
 
-// Four groups of 8 lanes (AVX2) or 16 (AVX-512): up to 32 or 64 rows.
-constexpr int kMaxGroups = 4;
-constexpr int kMaxRows = 16 * kMaxGroups;
+// At most 32 rows at a time: four vectors of 8 lanes (AVX2) or two of 16
+// (AVX-512). Blocks of 64 rows were faster for the node alone, but in the
+// denoise driver they left their rows out of the cache before the shrink
+// read them: the whole engine took about 10% longer.
+constexpr int kMaxRows = 32;
 
 MURMEX_TARGET_BEGIN("avx2,fma")
 namespace avx2 {
@@ -66,7 +68,7 @@ bool JIncrRaster_Variance::computeRowsSIMD(int row, float* out)
     const int laneWidth = wide ? lane_table::avx512::Lanes::kWidth : lane_table::avx2::Lanes::kWidth;
     float* outs[kMaxRows];
     outs[0] = out;
-    const int n = claimRows(row, d, laneWidth * kMaxGroups, outs);
+    const int n = claimRows(row, d, kMaxRows, outs);
     if (n == 1)
         return false;
     const int r = radius_;

@@ -3,7 +3,7 @@
 // Rows side by side (radius2RowsSIMD), when the rows below are referenced,
 // as in the denoise driver: like Variance, the node claims up to 32 rows
 // (every row, or every even row in turbo mode) and runs each in a lane of
-// four 8-wide vectors (64 rows in four 16-wide vectors with AVX-512;
+// four 8-wide vectors (two 16-wide ones with AVX-512;
 // variance_step_abs_simd_rows.h), lane k doing the scalar operations of its row in the
 // scalar order: the first `step` pixels in full (rows from the top, columns
 // from the left, starting at +0), the seed sqrtf(out) * 25, then per residue
@@ -17,7 +17,7 @@
 // 8 transposes (lane_table::writeRows) rather than pixel by pixel: on a
 // shared 2-core Xeon (Sapphire Rapids class), steps 1 to 4 went from 0.76,
 // 0.86, 0.88, 0.93 ms to 0.60, 0.61, 0.65, 0.64 ms; with 16-wide lanes and
-// the results handed on every 64 pixels, to 0.55, 0.56, 0.62, 0.59 ms.
+// the results handed on every 64 pixels, to 0.55, 0.58, 0.62, 0.62 ms.
 //
 // Within one row (radius2_SIMD), when only that row is wanted: the running
 // sums of the residue classes x mod step are independent chains, so four
@@ -76,9 +76,11 @@ int movingSumsSSE(const float* const* rows, float* out, float* sums, int w, int 
     return movingSums4(rows, out, sums, w, s);
 }
 
-// Four groups of 8 lanes (AVX2) or 16 (AVX-512): up to 32 or 64 rows.
-constexpr int kMaxGroups = 4;
-constexpr int kMaxRows = 16 * kMaxGroups;
+// At most 32 rows at a time: four vectors of 8 lanes (AVX2) or two of 16
+// (AVX-512). Blocks of 64 rows were faster for the node alone, but in the
+// denoise driver they left their rows out of the cache before the shrink
+// read them: the whole engine took about 10% longer.
+constexpr int kMaxRows = 32;
 
 MURMEX_TARGET_BEGIN("avx2,fma")
 namespace avx2 {
@@ -103,7 +105,7 @@ bool JIncrRaster_VarianceStepAbs::radius2RowsSIMD(int row, float* out)
     const int laneWidth = wide ? lane_table::avx512::Lanes::kWidth : lane_table::avx2::Lanes::kWidth;
     float* outs[kMaxRows];
     outs[0] = out;
-    const int n = claimRows(row, d, laneWidth * kMaxGroups, outs);
+    const int n = claimRows(row, d, kMaxRows, outs);
     if (n == 1)
         return false;
     const int s = step_;

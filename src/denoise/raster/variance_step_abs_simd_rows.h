@@ -82,14 +82,21 @@ void laneRows(const lane_table::Table& t, int s, int width, float* const* outs, 
     }
 }
 
-// Runs the n lanes in as few groups as hold them.
+// Runs the n lanes (at most kMaxRows) in as few groups as hold them.
 template <class L>
 void laneRowsOf(const lane_table::Table& t, int s, int width, float* const* outs, int n)
 {
+    static_assert(kMaxRows % L::kWidth == 0 && kMaxRows / L::kWidth <= 4);
     switch ((n + L::kWidth - 1) / L::kWidth) {
     case 1: laneRows<L, 1>(t, s, width, outs, n); break;
     case 2: laneRows<L, 2>(t, s, width, outs, n); break;
-    case 3: laneRows<L, 3>(t, s, width, outs, n); break;
-    default: laneRows<L, 4>(t, s, width, outs, n); break;
+    default:
+        if constexpr (kMaxRows / L::kWidth > 2) {
+            if (n <= 3 * L::kWidth)
+                laneRows<L, 3>(t, s, width, outs, n);
+            else
+                laneRows<L, 4>(t, s, width, outs, n);
+        }
+        break;
     }
 }

@@ -252,8 +252,8 @@ TEST(VarianceStepAbsTest, VectorPathsGiveTheScalarBitsForRadiusTwoRowsComputedTo
     // Every row referenced first, so that the vector path runs blocks of rows
     // side by side; widths with and without a part of an 8-pixel block (the
     // rows leave the lanes in 8 x 8 blocks); heights below, around and above
-    // a block of 32 (AVX2) or 64 rows (AVX-512), so that blocks start and end
-    // on rows that read mirrored rows.
+    // a block of 32 rows, so that blocks start and end on rows that read
+    // mirrored rows.
     for (int w : {1, 7, 16, 33, 257})
         for (int h : {3, 12, 45, 100})
             for (int s : {1, 2, 3, 4, 5})

@@ -186,7 +186,7 @@ TEST(VarianceTest, VectorPathsGiveTheScalarBitsForRadiiThreeToFive)
 {
     // Awkward widths and one of whole 8-pixel blocks (the rows leave the
     // lanes in 8 x 8 blocks); heights below, around and above a block of 32
-    // (AVX2) or 64 rows (AVX-512), so that blocks start and end on rows that read mirrored rows at
+    // rows, so that blocks start and end on rows that read mirrored rows at
     // the top and bottom; each pulled row by row (no row below is referenced, one row at a
     // time) and with every row referenced first (rows in blocks).
     for (int w : {1, 7, 16, 33, 257})
@@ -229,11 +229,11 @@ TEST(VarianceTest, VectorPathComputesTheReferencedRowsBelowTogether)
 {
     if (!hasRowVectorPath())
         GTEST_SKIP() << "no AVX2";
-    // Four vectors of lanes: 32 rows with AVX2, 64 with AVX-512.
+    // Blocks of 32 rows: four vectors of lanes with AVX2, two with AVX-512.
     for (const int level : {static_cast<int>(JCPUInfo::AVX2), static_cast<int>(JCPUInfo::AVX512)}) {
         if (level > JCPUInfo::detectedLevel())
             continue;
-        const int block = level == JCPUInfo::AVX512 ? 64 : 32;
+        const int block = 32;
         const int w = 20, h = 150;
         for (bool turbo : {false, true}) {
             murmex_test::ScopedSIMDPath vector({true, level});
