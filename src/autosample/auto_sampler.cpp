@@ -6,6 +6,7 @@
 
 #include "api/status.h"
 #include "autosample/block_roughness_simd.h"
+#include "autosample/window_stats.h"
 #include "base/cpu_info.h"
 #include "base/qtless/qobject.h"
 #include "color/color_palette.h"
@@ -105,6 +106,7 @@ bool JAutoSampler::sample(JImageAdapter* image, bool relaxed, JStatus* status)
             tile.loadYCrCb(image, r);
             loadedTiles_.push_back(r);
             computeBlockStats(tile);
+            prepareRowStats();
             for (int k = 0; k < 3; k++)
                 searchCandidates(kPatchSizes[k], k, tileX, tileY);
         }
@@ -193,75 +195,90 @@ void JAutoSampler::computeBlockStats(const JPixelRect& tile)
     }
 }
 
-bool JAutoSampler::uniform(int s, int bx, int by, float& scoreY, float& meanVarY, float means[3])
+bool JAutoSampler::uniform(int j, int s, float& scoreY, float& meanVarY, float means[3]) const
 {
+    using namespace window_stats;
     static constexpr float kSpread[3] = {6.0f, 5.0f, 5.0f};
     static constexpr float kRatio[3] = {2.0f, 10.0f, 10.0f};
+    const float* st = rowStats_.data() + j;
+    const long n = rowStride_;
     const float area = static_cast<float>(s * s);
     for (int c = 0; c < 3; c++) {
-        const float* m = blockMeans_.plane(c);
-        const float* v = blockVars_.plane(c);
-        float minMean = 1e6f, maxMean = -1e6f, minVar = 1e6f, maxVar = -1e6f;
-        float sumMean = 0.0f, sumVar = 0.0f;
-        for (int y = by; y < by + s; y++) {
-            const long row = static_cast<long>(y) * gw_;
-            for (int x = bx; x < bx + s; x++) {
-                const float bm = m[row + x];
-                const float bv = v[row + x];
-                minMean = std::min(minMean, bm);
-                maxMean = std::max(maxMean, bm);
-                minVar = std::min(minVar, bv);
-                maxVar = std::max(maxVar, bv);
-                sumMean += bm;
-                sumVar += bv;
-            }
-        }
-        minMean *= 100.0f;
-        maxMean *= 100.0f;
-        minVar *= 100.0f;
-        maxVar *= 100.0f;
+        const float minMean = st[(kMinMean + c) * n] * 100.0f;
+        const float maxMean = st[(kMaxMean + c) * n] * 100.0f;
+        const float minVar = st[(kMinVar + c) * n] * 100.0f;
+        const float maxVar = st[(kMaxVar + c) * n] * 100.0f;
         const float spread = maxMean - minMean;
         const float ratio = maxVar / (minVar >= 0.01f ? minVar : 0.01f);
         const float score = spread * spread + ratio * ratio;
         if (!(score < kSpread[c] * kSpread[c] + kRatio[c] * kRatio[c]))
             return false;
-        means[c] = sumMean / area;
+        means[c] = st[(kSumMean + c) * n] / area;
         if (c == 0) {
             scoreY = score;
-            meanVarY = sumVar / area;
+            meanVarY = st[kSumVarY * n] / area;
         }
     }
     return true;
 }
 
-bool JAutoSampler::directionFree(int s, int bx, int by)
+bool JAutoSampler::directionFree(int j, int s) const
 {
+    const float* st = rowStats_.data() + j;
     float sums[4];
-    for (int k = 0; k < 4; k++) {
-        const float* dir = blockDirs_.plane(k);
-        float sum = 1e-6f;
-        for (int y = by; y < by + s; y++) {
-            const long row = static_cast<long>(y) * gw_;
-            for (int x = bx; x < bx + s; x++)
-                sum += dir[row + x];
-        }
-        sums[k] = sum;
-    }
+    for (int k = 0; k < 4; k++)
+        sums[k] = st[(window_stats::kDirSum + k) * rowStride_];
     const float area = static_cast<float>(s * s);
     const float largest = std::max(std::max(sums[0], sums[1]), std::max(sums[2], sums[3])) / area;
     const float smallest = std::min(std::min(sums[0], sums[1]), std::min(sums[2], sums[3])) / area;
     return !(largest / (smallest > 1e-6f ? smallest : 1e-6f) > 2.0f);
 }
 
+void JAutoSampler::computeRowStats(int by, int s)
+{
+    if (JCPUInfo::useSIMD(JCPUInfo::AVX512))
+        window_stats::rowAVX512(decimated_, by, s, window_stats::candidateCount(gw_, s), rowStats_.data(), rowStride_);
+    else if (JCPUInfo::useSIMD(JCPUInfo::AVX2))
+        window_stats::rowAVX2(decimated_, by, s, window_stats::candidateCount(gw_, s), rowStats_.data(), rowStride_);
+    else
+        window_stats::rowScalar(grids(), by, s, rowStats_.data(), rowStride_);
+}
+
+window_stats::Grids JAutoSampler::grids() const
+{
+    window_stats::Grids g{};
+    for (int c = 0; c < 3; c++) {
+        g.means[c] = blockMeans_.plane(c);
+        g.vars[c] = blockVars_.plane(c);
+    }
+    for (int k = 0; k < 4; k++)
+        g.dirs[k] = relaxed_ ? nullptr : blockDirs_.plane(k);
+    g.gw = gw_;
+    g.gh = gh_;
+    return g;
+}
+
+void JAutoSampler::prepareRowStats()
+{
+    // Rows of the largest count rounded up to whole vectors of 16.
+    rowStride_ = (window_stats::candidateCount(gw_, kPatchSizes[0]) + 15) / 16 * 16;
+    rowStats_.resize(static_cast<size_t>(window_stats::kStatCount) * static_cast<size_t>(rowStride_));
+    if (JCPUInfo::useSIMD(JCPUInfo::AVX2))
+        decimated_.build(grids());
+}
+
 void JAutoSampler::searchCandidates(int s, int sizeIndex, int tileX, int tileY)
 {
+    const int n = window_stats::candidateCount(gw_, s);
     for (int by = 0; by < gh_ - s; by += 2) {
-        for (int bx = 0; bx < gw_ - s; bx += 2) {
+        computeRowStats(by, s);
+        for (int j = 0; j < n; j++) {
+            const int bx = 2 * j;
             examined_[sizeIndex]++;
             float scoreY, meanVarY, means[3];
-            if (!uniform(s, bx, by, scoreY, meanVarY, means))
+            if (!uniform(j, s, scoreY, meanVarY, means))
                 continue;
-            if (!relaxed_ && !directionFree(s, bx, by))
+            if (!relaxed_ && !directionFree(j, s))
                 continue;
             JAutoSampleRec candidate;
             candidate.score = scoreY / static_cast<float>(s * s);

@@ -22,6 +22,7 @@
 
 #include "autosample/auto_sample_index.h"
 #include "autosample/auto_sample_rec.h"
+#include "autosample/window_stats.h"
 #include "base/image_adapter.h"
 #include "base/rect.h"
 #include "color/pixel_rect.h"
@@ -61,8 +62,13 @@ private:
     void reset();
     void computeBlockStats(const JPixelRect& tile);
     void searchCandidates(int s, int sizeIndex, int tileX, int tileY);
-    bool uniform(int s, int bx, int by, float& scoreY, float& meanVarY, float means[3]);
-    bool directionFree(int s, int bx, int by);
+    // The tests of candidate j of the current row, whose statistics
+    // computeRowStats has gathered.
+    bool uniform(int j, int s, float& scoreY, float& meanVarY, float means[3]) const;
+    bool directionFree(int j, int s) const;
+    window_stats::Grids grids() const;
+    void prepareRowStats();
+    void computeRowStats(int by, int s);
     void offer(JAutoSampleRec& candidate);
     bool beatsAll(const JAutoSampleRec& candidate);
     void assignSlots();
@@ -76,6 +82,11 @@ private:
 
     int gw_ = 0;
     int gh_ = 0;
+    // The window statistics of one candidate row (window_stats.h) and, for
+    // the vector rows, the tile's grids with even and odd columns apart.
+    std::vector<float> rowStats_;
+    long rowStride_ = 0;
+    window_stats::Decimated decimated_;
     // Reused query results, so that candidates allocate nothing but their copy.
     std::vector<JAutoSampleRec*> found_;
     std::vector<JRect<int>> loadedTiles_;
