@@ -295,17 +295,15 @@ void JAutoSampler::searchCandidates(int s, int sizeIndex, int tileX, int tileY)
     }
 }
 
-// Removes every rival in found_ unless one of them has a strictly smaller
-// score, in which case the candidate loses and nothing changes. A rival may be
-// listed twice, so each is removed once.
+// Removes every rival in found_ (each listed once) unless one of them has a
+// strictly smaller score, in which case the candidate loses and nothing
+// changes.
 bool JAutoSampler::beatsAll(const JAutoSampleRec& candidate)
 {
     for (const JAutoSampleRec* rival : found_) {
         if (rival->score < candidate.score)
             return false;
     }
-    std::sort(found_.begin(), found_.end());
-    found_.erase(std::unique(found_.begin(), found_.end()), found_.end());
     for (JAutoSampleRec* rival : found_)
         index_.remove(rival);
     return true;
@@ -313,10 +311,10 @@ bool JAutoSampler::beatsAll(const JAutoSampleRec& candidate)
 
 void JAutoSampler::offer(JAutoSampleRec& candidate)
 {
-    index_.findOverlapping(&candidate, found_);
+    index_.findOverlappingOnce(&candidate, found_);
     if (!beatsAll(candidate))
         return;
-    index_.findSimilar(&candidate, found_);
+    index_.findSimilarOnce(&candidate, found_);
     if (!beatsAll(candidate))
         return;
     index_.add(new JAutoSampleRec(candidate));
