@@ -6,6 +6,7 @@
 
 #include "api/status.h"
 #include "autosample/block_roughness_simd.h"
+#include "autosample/block_stats_simd.h"
 #include "autosample/window_stats.h"
 #include "base/cpu_info.h"
 #include "base/qtless/qobject.h"
@@ -127,12 +128,17 @@ void JAutoSampler::computeBlockStats(const JPixelRect& tile)
     if (!relaxed_)
         blockDirs_.setDimensions(gw_, gh_);
 
+    const bool avx2 = JCPUInfo::useSIMD(JCPUInfo::AVX2);
     for (int c = 0; c < 3; c++) {
         const float* plane = tile.plane(c);
         float* means = blockMeans_.plane(c);
         float* vars = blockVars_.plane(c);
         for (int by = 0; by < gh_; by++) {
-            for (int bx = 0; bx < gw_; bx++) {
+            const long at = static_cast<long>(by) * gw_;
+            int bx = 0;
+            if (avx2)
+                bx = block_stats_simd::blockRowAVX2(plane, tw, by, gw_, means + at, vars + at);
+            for (; bx < gw_; bx++) {
                 double sum = 0.0;
                 double sumsq = 0.0;
                 for (int y = 8 * by; y < 8 * by + 8; y++) {

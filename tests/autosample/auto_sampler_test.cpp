@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <random>
 #include <vector>
 
@@ -514,6 +515,44 @@ protected:
     std::vector<Square> squares_;
     std::vector<int> slots_;
 };
+
+// The vector paths (block statistics, directional roughness, window
+// statistics) choose exactly the patches the scalar path chooses, with the
+// same colours, scores and variances to the bit, strict and relaxed.
+TEST_F(AutoSamplerSceneTest, EveryPathChoosesTheSamePatchesToTheBit)
+{
+    for (bool relaxed : {false, true}) {
+        std::vector<JAutoSampleRec> want;
+        murmex_test::forEachSIMDPath([&](const murmex_test::SIMDPath& path) {
+            SCOPED_TRACE(path.name() + (relaxed ? " relaxed" : " strict"));
+            JAutoSampler s;
+            ASSERT_TRUE(s.sample(img_.get(), relaxed, nullptr));
+            std::vector<JAutoSampleRec> got;
+            for (int i = 0; i < s.sampleCount(); i++) {
+                JAutoSampleRec r = *s.getSample(i);
+                r.nextSpatial = r.nextColour = nullptr;
+                got.push_back(r);
+            }
+            if (want.empty()) {
+                want = got;
+                ASSERT_GE(validSlots(s).size(), 5u);
+                return;
+            }
+            for (size_t i = 0; i < want.size(); i++) {
+                ASSERT_EQ(got[i].valid, want[i].valid) << "slot " << i;
+                if (!want[i].valid)
+                    continue;
+                EXPECT_EQ(got[i].rect.left, want[i].rect.left) << "slot " << i;
+                EXPECT_EQ(got[i].rect.top, want[i].rect.top) << "slot " << i;
+                EXPECT_EQ(got[i].rect.right, want[i].rect.right) << "slot " << i;
+                EXPECT_EQ(got[i].rect.bottom, want[i].rect.bottom) << "slot " << i;
+                EXPECT_EQ(std::memcmp(&got[i].lab, &want[i].lab, sizeof want[i].lab), 0) << "slot " << i;
+                EXPECT_EQ(std::memcmp(&got[i].score, &want[i].score, sizeof(float)), 0) << "slot " << i;
+                EXPECT_EQ(std::memcmp(&got[i].yVariance, &want[i].yVariance, sizeof(float)), 0) << "slot " << i;
+            }
+        });
+    }
+}
 
 TEST_F(AutoSamplerSceneTest, PatchesLieInsideTheSquaresOnePerSlot)
 {
