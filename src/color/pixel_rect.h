@@ -25,6 +25,10 @@ public:
     // output. Needs three channels. Runs 16 or 8 pixels at a time on a vector
     // unit (pixel_rect_simd.cpp), with the same bits as JPixel::toYCrCb.
     void loadYCrCb(JImageAdapter* image, JRect<int>& r);
+    // loadYCrCb in two parts: the diagnostic line alone, and the reading
+    // without it (for readers that print their lines in an order of their own).
+    static void printLoadLine(const JRect<int>& r);
+    void readYCrCb(JImageAdapter* image, const JRect<int>& r);
     // Reads rectangle r as L, a, b into planes 0, 1, 2. Needs three channels.
     void loadLab(JImageAdapter* image, JRect<int>& r);
 

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 #include <random>
+#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -551,6 +552,66 @@ TEST_F(AutoSamplerSceneTest, EveryPathChoosesTheSamePatchesToTheBit)
                 EXPECT_EQ(std::memcmp(&got[i].yVariance, &want[i].yVariance, sizeof(float)), 0) << "slot " << i;
             }
         });
+    }
+}
+
+// Tiles scanned on several threads: the same slots, the same tiles and
+// counts, the same progress reports and the same diagnostic lines in the same
+// order as on the calling thread alone, and the grids of the last tile.
+TEST_F(AutoSamplerSceneTest, AnyThreadCountFindsWhatOneThreadFinds)
+{
+    // 1400 x 1100: tiles at x 0, 904 and y 0, 904, the last row 196 high.
+    auto run = [&](int threads, JAutoSampler& s, RecordingStatus& status) {
+        s.setThreads(threads);
+        testing::internal::CaptureStdout();
+        EXPECT_TRUE(s.sample(img_.get(), false, &status));
+        return testing::internal::GetCapturedStdout();
+    };
+    JAutoSampler one;
+    RecordingStatus oneStatus;
+    const std::string oneLines = run(1, one, oneStatus);
+    ASSERT_EQ(one.loadedTiles().size(), 4u);
+    for (int threads : {2, 3, 4, 9}) {
+        SCOPED_TRACE(std::to_string(threads) + " threads");
+        JAutoSampler s;
+        RecordingStatus status;
+        EXPECT_EQ(run(threads, s, status), oneLines);
+        EXPECT_EQ(status.updates, oneStatus.updates);
+        EXPECT_EQ(status.ends, 1);
+        ASSERT_EQ(s.loadedTiles().size(), one.loadedTiles().size());
+        for (size_t i = 0; i < one.loadedTiles().size(); i++)
+            EXPECT_EQ(s.loadedTiles()[i].top * 10000 + s.loadedTiles()[i].left,
+                      one.loadedTiles()[i].top * 10000 + one.loadedTiles()[i].left);
+        for (int k = 0; k < 3; k++)
+            EXPECT_EQ(s.candidatesExamined(k), one.candidatesExamined(k));
+        EXPECT_EQ(validSlots(s), validSlots(one));
+        for (int i : validSlots(one)) {
+            EXPECT_EQ(std::memcmp(&s.getSample(i)->rect, &one.getSample(i)->rect, sizeof(JRect<int>)), 0);
+            EXPECT_EQ(std::memcmp(&s.getSample(i)->lab, &one.getSample(i)->lab, sizeof(JLabCoord)), 0);
+            EXPECT_EQ(std::memcmp(&s.getSample(i)->yVariance, &one.getSample(i)->yVariance, sizeof(float)), 0);
+        }
+        ASSERT_EQ(s.blockMeans().width, one.blockMeans().width);
+        ASSERT_EQ(s.blockMeans().height, one.blockMeans().height);
+        const size_t cells = static_cast<size_t>(one.blockMeans().width) * one.blockMeans().height;
+        EXPECT_EQ(std::memcmp(s.blockMeans().plane(0), one.blockMeans().plane(0), cells * sizeof(float)), 0);
+        EXPECT_EQ(std::memcmp(s.blockDirs().plane(3), one.blockDirs().plane(3), cells * sizeof(float)), 0);
+    }
+}
+
+TEST_F(AutoSamplerSceneTest, CancellingWithHelperThreadsStopsThemAndLeavesEverySlotEmpty)
+{
+    for (int cancelAt : {1, 2, 3, 4}) {
+        JAutoSampler s;
+        s.setThreads(3);
+        RecordingStatus status;
+        status.cancelAtUpdate = cancelAt;
+        EXPECT_FALSE(s.sample(img_.get(), false, &status)) << cancelAt;
+        EXPECT_EQ(status.updates.size(), static_cast<size_t>(cancelAt));
+        EXPECT_EQ(status.ends, 0);
+        EXPECT_TRUE(validSlots(s).empty());
+        // The sampler is whole afterwards: a full run finds the patches.
+        EXPECT_TRUE(s.sample(img_.get(), false, nullptr));
+        EXPECT_FALSE(validSlots(s).empty());
     }
 }
 
