@@ -159,7 +159,7 @@ private:
 // The tile scan spread over threads gives the profile of one thread, to the
 // bit, for every count; a scene of 3 x 3 tile positions of which the last row
 // is too short to load, strict and relaxed.
-TEST(ProfileMeasureTest, SameProfileBitForBitWithAnyThreadCount)
+TEST(ProfileMeasureThreadTest, SameProfileBitForBitWithAnyThreadCount)
 {
     MemoryImage img = murmex_test::makeScene(2000, 1900);
     murmex_test::addNoise(img, 700.0, 11);
@@ -176,7 +176,7 @@ TEST(ProfileMeasureTest, SameProfileBitForBitWithAnyThreadCount)
     }
 }
 
-TEST(ProfileMeasureTest, FailureInALaterTileReachesTheCallerWithAnyThreadCount)
+TEST(ProfileMeasureThreadTest, FailureInALaterTileReachesTheCallerWithAnyThreadCount)
 {
     MemoryImage big(2000, 1900);
     FailingBelow failing(&big, 1000);

@@ -558,7 +558,11 @@ TEST_F(AutoSamplerSceneTest, EveryPathChoosesTheSamePatchesToTheBit)
 // Tiles scanned on several threads: the same slots, the same tiles and
 // counts, the same progress reports and the same diagnostic lines in the same
 // order as on the calling thread alone, and the grids of the last tile.
-TEST_F(AutoSamplerSceneTest, AnyThreadCountFindsWhatOneThreadFinds)
+// The scene, for the tests of the threaded tile scan (suites named
+// ...ThreadTest run under ThreadSanitizer).
+class AutoSamplerThreadTest : public AutoSamplerSceneTest {};
+
+TEST_F(AutoSamplerThreadTest, AnyThreadCountFindsWhatOneThreadFinds)
 {
     // 1400 x 1100: tiles at x 0, 904 and y 0, 904, the last row 196 high.
     auto run = [&](int threads, JAutoSampler& s, RecordingStatus& status) {
@@ -598,7 +602,7 @@ TEST_F(AutoSamplerSceneTest, AnyThreadCountFindsWhatOneThreadFinds)
     }
 }
 
-TEST_F(AutoSamplerSceneTest, CancellingWithHelperThreadsStopsThemAndLeavesEverySlotEmpty)
+TEST_F(AutoSamplerThreadTest, CancellingWithHelperThreadsStopsThemAndLeavesEverySlotEmpty)
 {
     for (int cancelAt : {1, 2, 3, 4}) {
         JAutoSampler s;
