@@ -2,39 +2,11 @@
 
 #include <immintrin.h>
 
+#include "denoise/raster/lane_table.h"
+
 namespace block_stats_simd {
 
 namespace {
-
-// r[i] holds eight values of block i; afterwards r[x] holds value x of the
-// eight blocks.
-__attribute__((target("avx2,fma"))) inline void transpose8(__m256 r[8])
-{
-    const __m256 t0 = _mm256_unpacklo_ps(r[0], r[1]);
-    const __m256 t1 = _mm256_unpackhi_ps(r[0], r[1]);
-    const __m256 t2 = _mm256_unpacklo_ps(r[2], r[3]);
-    const __m256 t3 = _mm256_unpackhi_ps(r[2], r[3]);
-    const __m256 t4 = _mm256_unpacklo_ps(r[4], r[5]);
-    const __m256 t5 = _mm256_unpackhi_ps(r[4], r[5]);
-    const __m256 t6 = _mm256_unpacklo_ps(r[6], r[7]);
-    const __m256 t7 = _mm256_unpackhi_ps(r[6], r[7]);
-    const __m256 u0 = _mm256_shuffle_ps(t0, t2, _MM_SHUFFLE(1, 0, 1, 0));
-    const __m256 u1 = _mm256_shuffle_ps(t0, t2, _MM_SHUFFLE(3, 2, 3, 2));
-    const __m256 u2 = _mm256_shuffle_ps(t1, t3, _MM_SHUFFLE(1, 0, 1, 0));
-    const __m256 u3 = _mm256_shuffle_ps(t1, t3, _MM_SHUFFLE(3, 2, 3, 2));
-    const __m256 u4 = _mm256_shuffle_ps(t4, t6, _MM_SHUFFLE(1, 0, 1, 0));
-    const __m256 u5 = _mm256_shuffle_ps(t4, t6, _MM_SHUFFLE(3, 2, 3, 2));
-    const __m256 u6 = _mm256_shuffle_ps(t5, t7, _MM_SHUFFLE(1, 0, 1, 0));
-    const __m256 u7 = _mm256_shuffle_ps(t5, t7, _MM_SHUFFLE(3, 2, 3, 2));
-    r[0] = _mm256_permute2f128_ps(u0, u4, 0x20);
-    r[1] = _mm256_permute2f128_ps(u1, u5, 0x20);
-    r[2] = _mm256_permute2f128_ps(u2, u6, 0x20);
-    r[3] = _mm256_permute2f128_ps(u3, u7, 0x20);
-    r[4] = _mm256_permute2f128_ps(u0, u4, 0x31);
-    r[5] = _mm256_permute2f128_ps(u1, u5, 0x31);
-    r[6] = _mm256_permute2f128_ps(u2, u6, 0x31);
-    r[7] = _mm256_permute2f128_ps(u3, u7, 0x31);
-}
 
 // Four blocks' running sums from four floats.
 __attribute__((target("avx2,fma"))) inline void accumulate(__m128 v, __m256d& sum, __m256d& sumsq)
@@ -69,7 +41,8 @@ __attribute__((target("avx2,fma"))) int blockRowAVX2(const float* plane, long st
             __m256 r[8];
             for (int i = 0; i < 8; i++)
                 r[i] = _mm256_loadu_ps(row + 8 * i);
-            transpose8(r);
+            // r[i] held block i's eight pixels; now r[x] holds pixel x of each.
+            lane_table::transpose8(r);
             for (int x = 0; x < 8; x++) {
                 accumulate(_mm256_castps256_ps128(r[x]), sumLo, sqLo);
                 accumulate(_mm256_extractf128_ps(r[x], 1), sumHi, sqHi);
