@@ -50,7 +50,7 @@ void JTileScan::scan(JImageAdapter* image, const JRect<int>& r, bool relaxed, Re
 
 void JTileScan::releaseTile()
 {
-    tile_.setDimensions(0, 0);
+    tile_.release();
 }
 
 void JTileScan::computeBlockStats()

@@ -25,14 +25,26 @@ void JPixelRect::setDimensions(int w, int h)
 {
     if (w == width && h == height)
         return;
+    const size_t n = static_cast<size_t>(w) * static_cast<size_t>(h);
+    if (n > capacity_ || planes[0] == nullptr) {
+        release();
+        for (int c = 0; c < channels; c++)
+            planes[c] = new float[n];
+        capacity_ = n;
+    }
+    width = w;
+    height = h;
+}
+
+void JPixelRect::release()
+{
     for (int c = 0; c < channels; c++) {
         delete[] planes[c];
         planes[c] = nullptr;
     }
-    for (int c = 0; c < channels; c++)
-        planes[c] = new float[static_cast<size_t>(w) * static_cast<size_t>(h)];
-    width = w;
-    height = h;
+    capacity_ = 0;
+    width = 0;
+    height = 0;
 }
 
 void JPixelRect::loadYCrCb(JImageAdapter* image, JRect<int>& r)
