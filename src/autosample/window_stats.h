@@ -16,6 +16,12 @@
 // candidate in each lane and take the same steps in the same order lane by
 // lane, so their results are bit-identical; they read the grids through a
 // Decimated copy in which every second block column lies contiguously.
+//
+// What it bought: most candidates of a real photo pass the uniformity test
+// (three in four on the demo scene), so the plain loops ran in full for each;
+// the whole measurement of the demo's 24-megapixel image (DnBuildProfile2 on
+// the image in memory, processor time) went from about 0.68 s to 0.54 s.
+// Shared 2-core Intel Xeon (AVX-512) machine under load, Release build.
 #pragma once
 
 #include <vector>
