@@ -67,10 +67,11 @@ void Decimated::build(const Grids& g)
         const float* src = p < 3 ? g.means[p] : p < 6 ? g.vars[p - 3] : g.dirs[p - 6];
         for (int y = 0; y < g.gh; y++) {
             const float* row = src + static_cast<long>(y) * g.gw;
-            float* even = data_.data() + ((static_cast<long>(p) * 2) * gh_ + y) * stride_;
-            float* odd = data_.data() + ((static_cast<long>(p) * 2 + 1) * gh_ + y) * stride_;
-            for (int x = 0; x < g.gw; x++)
-                (x % 2 ? odd : even)[x / 2] = row[x];
+            for (int parity = 0; parity < 2; parity++) {
+                float* out = data_.data() + ((static_cast<long>(p) * 2 + parity) * gh_ + y) * stride_;
+                for (int x = parity; x < g.gw; x += 2)
+                    out[x / 2] = row[x];
+            }
         }
     }
 }
