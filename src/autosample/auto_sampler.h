@@ -20,6 +20,13 @@
 // of them, one call at a time. Memory stays bounded by one tile of three
 // float planes plus the block grids per thread, whatever the image size.
 // One sample() at a time.
+//
+// What the threads buy: on the demo's 24-megapixel image (the whole profile
+// measurement, image in memory) the calling thread's processor time fell
+// from about 0.40 s to 0.26 s with two threads, the helper taking 0.17 s,
+// so a free second core shortens the measurement by about a third. On the
+// shared 2-core build machine with every core busy with other sessions'
+// work they gained nothing and cost about a tenth more processor time.
 #pragma once
 
 #include <memory>
