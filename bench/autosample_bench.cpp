@@ -1,15 +1,23 @@
 // The automatic sampler on large images: the time to search a 12-megapixel
 // scene, and the sampler's own peak heap on a 24-megapixel one, which must
-// stay near one tile of three float planes (12 MiB) plus the block grids
-// whatever the image size. The scene is generated on the fly as scanlines
-// are read, so the image itself takes no memory.
+// stay near one tile of three float planes (12 MiB) plus the block grids per
+// scanning thread whatever the image size. The scene is generated on the fly
+// as scanlines are read, so the image itself takes no memory (the generation
+// is part of the time, and with several threads it runs one row at a time).
+// BM_MeasureProfile is the whole measurement an entry point runs (search,
+// noise of every patch, maps) on the scene held in memory, as a host holds
+// it: elapsed time and the processor time of all threads.
+#include <algorithm>
 #include <cstdint>
+#include <vector>
 
 #include <benchmark/benchmark.h>
 
 #include "alloc_counter.h"
+#include "api/profile_measure.h"
 #include "autosample/auto_sampler.h"
 #include "base/image_adapter.h"
+#include "profile/noise_profile.h"
 
 namespace {
 
@@ -71,6 +79,29 @@ int validCount(JAutoSampler& s)
     return n;
 }
 
+// The scene generated once and kept as RGBX rows.
+class HeldScene : public JImageAdapter {
+public:
+    HeldScene(int w, int h) : w_(w), h_(h), pixels_(static_cast<size_t>(w) * static_cast<size_t>(h) * 4)
+    {
+        SceneAdapter scene(w, h);
+        for (int y = 0; y < h; y++)
+            scene.getScanline(y, 0, w - 1, pixels_.data() + static_cast<size_t>(y) * static_cast<size_t>(w) * 4);
+    }
+    int width() override { return w_; }
+    int height() override { return h_; }
+    void getScanline(int y, int xStart, int xEnd, unsigned short* pixels) override
+    {
+        const unsigned short* row = pixels_.data() + (static_cast<size_t>(y) * static_cast<size_t>(w_) + xStart) * 4;
+        std::copy(row, row + static_cast<size_t>(xEnd - xStart + 1) * 4, pixels);
+    }
+    void putScanline(int, int, int, const unsigned short*) override {}
+
+private:
+    int w_, h_;
+    std::vector<unsigned short> pixels_;
+};
+
 void BM_AutoSample12MP(benchmark::State& state)
 {
     const bool relaxed = state.range(0) != 0;
@@ -78,6 +109,7 @@ void BM_AutoSample12MP(benchmark::State& state)
     int found = 0;
     for (auto _ : state) {
         JAutoSampler sampler;
+        sampler.setThreads(static_cast<int>(state.range(1)));
         sampler.sample(&image, relaxed, nullptr);
         found = validCount(sampler);
     }
@@ -95,6 +127,7 @@ void BM_AutoSamplePeakHeap24MP(benchmark::State& state)
         const std::size_t before = murmex_bench::liveHeapBytes();
         {
             JAutoSampler sampler;
+            sampler.setThreads(static_cast<int>(state.range(0)));
             sampler.sample(&image, false, nullptr);
         }
         peakMiB = static_cast<double>(murmex_bench::heapPeakBytes() - before) / (1024.0 * 1024.0);
@@ -104,7 +137,32 @@ void BM_AutoSamplePeakHeap24MP(benchmark::State& state)
     state.counters["tile_MiB"] = 1024.0 * 1024.0 * 3.0 * sizeof(float) / (1024.0 * 1024.0);
 }
 
+// Arguments: megapixels (12 or 24) and threads.
+void BM_MeasureProfile(benchmark::State& state)
+{
+    const bool large = state.range(0) == 24;
+    HeldScene image(large ? 6000 : 4240, large ? 4000 : 2832);
+    int samples = 0;
+    for (auto _ : state) {
+        JNoiseProfile profile;
+        dnMeasureProfile(&image, profile, false, nullptr, static_cast<int>(state.range(1)));
+        samples = profile.sampleCount();
+    }
+    state.counters["samples"] = samples;
+}
+
 }  // namespace
 
-BENCHMARK(BM_AutoSample12MP)->ArgName("relaxed")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_AutoSamplePeakHeap24MP)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_AutoSample12MP)
+    ->ArgNames({"relaxed", "threads"})
+    ->ArgsProduct({{0, 1}, {1, 2}})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->MeasureProcessCPUTime();
+BENCHMARK(BM_AutoSamplePeakHeap24MP)->ArgName("threads")->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_MeasureProfile)
+    ->ArgNames({"MP", "threads"})
+    ->ArgsProduct({{12, 24}, {1, 2}})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->MeasureProcessCPUTime();

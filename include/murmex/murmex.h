@@ -180,7 +180,9 @@ typedef int (*DnSampleCallback)(void* hostContext, int count, int index, const D
  *                   (profileData, profileLength) when profileData is non-NULL
  *                   and profileLength > 0; the file params->profilePath when
  *                   params->buildProfile is 0 and the path is non-NULL; else
- *                   a profile measured from the image itself. With
+ *                   a profile measured from the image itself (on
+ *                   params->threads threads, the calling thread among
+ *                   them, at most 4; 0 or 1: the calling thread alone). With
  *                   params->saveProfile set and a path given, the profile
  *                   used is then saved there. The block stays the caller's.
  *   statusCallback  may be NULL.
@@ -205,6 +207,9 @@ DN_API int DnRemoveNoise2(void* hostContext, DnFilterParams* params, int left, i
  * DnBuildProfile2 stores a new block in *outData and its size in bytes in
  * *outLength (nothing when either pointer is NULL). The block is the
  * caller's from then on and is released with DnFreeMemory.
+ * The image is searched on one thread per processor, the calling thread
+ * among them, at most 4; getCallback is then entered from those threads, one
+ * call at a time. The profile is the same whatever the number of threads.
  * statusCallback may be NULL. Returns 0, or 1 on failure.
  */
 DN_API int DnBuildProfile(void* hostContext, const char* path, DnGetScanlineCallback getCallback, int width,

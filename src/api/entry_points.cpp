@@ -71,7 +71,7 @@ int buildProfile(void* hostContext, const char* path, unsigned char** outData, i
         JStatus status;
         DnStatusWrapper wrapper(hostContext, &status, statusCallback);
         JNoiseProfile profile;
-        dnMeasureProfile(&adapter, profile, flag > 0, &status);
+        dnMeasureProfile(&adapter, profile, flag > 0, &status, dnDefaultMeasureThreads());
         if (path)
             profile.save(QString(path));
         else if (outData && outLength)
@@ -127,7 +127,7 @@ DN_API int DnRemoveNoise2(void* hostContext, DnFilterParams* params, int left, i
         else if (p.buildProfile == 0 && p.profilePath)
             profile.load(QString(p.profilePath));
         else
-            dnMeasureProfile(adapter.get(), profile, false, &status);
+            dnMeasureProfile(adapter.get(), profile, false, &status, p.threads);
 
         if (p.saveProfile != 0 && p.profilePath)
             profile.save(QString(p.profilePath));

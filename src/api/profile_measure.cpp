@@ -2,9 +2,11 @@
 
 #include <cxxabi.h>
 
+#include <algorithm>
 #include <exception>
 
 #include "autosample/auto_sampler.h"
+#include "base/cpu_info.h"
 #include "profile/noise_profile.h"
 #include "profile/noise_sample.h"
 
@@ -15,10 +17,16 @@ constexpr int kOriginMeasured = 3;
 
 }  // namespace
 
-void dnMeasureProfile(JImageAdapter* image, JNoiseProfile& profile, bool relaxed, JStatus* status)
+int dnDefaultMeasureThreads()
+{
+    return std::clamp(JCPUInfo::numProcessors, 1, kMaxMeasureThreads);
+}
+
+void dnMeasureProfile(JImageAdapter* image, JNoiseProfile& profile, bool relaxed, JStatus* status, int threads)
 {
     try {
         JAutoSampler sampler;
+        sampler.setThreads(std::clamp(threads, 1, kMaxMeasureThreads));
         sampler.sample(image, relaxed, status);
         profile.reset();
         for (int i = 0; i < sampler.sampleCount(); i++) {

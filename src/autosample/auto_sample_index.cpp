@@ -1,5 +1,6 @@
 #include "autosample/auto_sample_index.h"
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
 
@@ -69,6 +70,7 @@ void JAutoSampleIndex::clear()
         spatialHeads_[i] = nullptr;
         colourHeads_[i] = nullptr;
     }
+    records_.clear();
 }
 
 uint32_t JAutoSampleIndex::hashKey(const int32_t* key, int n)
@@ -124,6 +126,7 @@ void JAutoSampleIndex::add(JAutoSampleRec* r)
     const int c = colourBucket(r);
     r->nextColour = colourHeads_[c];
     colourHeads_[c] = r;
+    records_.push_back(r);
 }
 
 void JAutoSampleIndex::remove(JAutoSampleRec* r)
@@ -139,6 +142,11 @@ void JAutoSampleIndex::remove(JAutoSampleRec* r)
             *link = r->nextColour;
             break;
         }
+    }
+    const auto at = std::find(records_.begin(), records_.end(), r);
+    if (at != records_.end()) {
+        *at = records_.back();
+        records_.pop_back();
     }
     delete r;
 }
@@ -179,6 +187,92 @@ void JAutoSampleIndex::findSimilar(JAutoSampleRec* r, std::vector<JAutoSampleRec
                 }
             }
         }
+    }
+}
+
+// The cells a query walks, as findOverlapping and findSimilar compute them.
+namespace {
+
+struct SpatialRange {
+    int32_t x0, y0, x1, y1;
+};
+
+SpatialRange spatialRange(const JAutoSampleRec* r, int cellSize)
+{
+    return {r->rect.left / cellSize, r->rect.top / cellSize, r->rect.right / cellSize, r->rect.bottom / cellSize};
+}
+
+// v is c - 1, c or c + 1 in 32-bit cell arithmetic.
+bool nextTo(int32_t v, int32_t c)
+{
+    return static_cast<uint32_t>(v) - static_cast<uint32_t>(c) + 1u <= 2u;
+}
+
+}  // namespace
+
+bool JAutoSampleIndex::probed(int bucket, std::vector<int>& buckets, bool& made, const JAutoSampleRec* r,
+                              bool spatial) const
+{
+    if (!made) {
+        buckets.clear();
+        if (spatial) {
+            const SpatialRange c = spatialRange(r, cellSize_);
+            for (long long y = static_cast<long long>(c.y0) - 1; y <= c.y1; y++) {
+                for (long long x = static_cast<long long>(c.x0) - 1; x <= c.x1; x++) {
+                    const int32_t key[2] = {static_cast<int32_t>(x), static_cast<int32_t>(y)};
+                    buckets.push_back(bucketOf(key, 2));
+                }
+            }
+        } else {
+            const int32_t l = cellIndex(r->lab.L / colourCell_);
+            const int32_t a = cellIndex(r->lab.a / colourCell_);
+            const int32_t b = cellIndex(r->lab.b / colourCell_);
+            for (int dl = -1; dl <= 1; dl++) {
+                for (int da = -1; da <= 1; da++) {
+                    for (int db = -1; db <= 1; db++) {
+                        const int32_t key[3] = {shifted(l, dl), shifted(a, da), shifted(b, db)};
+                        buckets.push_back(bucketOf(key, 3));
+                    }
+                }
+            }
+        }
+        made = true;
+    }
+    return std::find(buckets.begin(), buckets.end(), bucket) != buckets.end();
+}
+
+void JAutoSampleIndex::findOverlappingOnce(JAutoSampleRec* r, std::vector<JAutoSampleRec*>& out)
+{
+    out.clear();
+    const SpatialRange c = spatialRange(r, cellSize_);
+    bool made = false;
+    for (JAutoSampleRec* e : records_) {
+        if (!e->rect.intersects(r->rect))
+            continue;
+        // A record filed in one of the walked cells is found there; one filed
+        // elsewhere only when its cell shares a bucket with a walked one.
+        const long long x = e->rect.left / cellSize_;
+        const long long y = e->rect.top / cellSize_;
+        const bool walked = x >= static_cast<long long>(c.x0) - 1 && x <= c.x1 &&
+                            y >= static_cast<long long>(c.y0) - 1 && y <= c.y1;
+        if (walked || probed(spatialBucket(e), probedBuckets_, made, r, true))
+            out.push_back(e);
+    }
+}
+
+void JAutoSampleIndex::findSimilarOnce(JAutoSampleRec* r, std::vector<JAutoSampleRec*>& out)
+{
+    out.clear();
+    const float limit = colourCell_ * colourCell_;
+    bool made = false;
+    for (JAutoSampleRec* e : records_) {
+        if (!(r->lab.deltaESqr(e->lab) < limit))
+            continue;
+        const bool walked = nextTo(cellIndex(e->lab.L * colourCellInv_), cellIndex(r->lab.L / colourCell_)) &&
+                            nextTo(cellIndex(e->lab.a * colourCellInv_), cellIndex(r->lab.a / colourCell_)) &&
+                            nextTo(cellIndex(e->lab.b * colourCellInv_), cellIndex(r->lab.b / colourCell_));
+        if (walked || probed(colourBucket(e), probedBuckets_, made, r, false))
+            out.push_back(e);
     }
 }
 

@@ -50,6 +50,17 @@ public:
     // r's whose deltaESqr to r is strictly below colourCell^2.
     void findSimilar(JAutoSampleRec* r, std::vector<JAutoSampleRec*>& out);
 
+    // The same records as findOverlapping and findSimilar, each listed once,
+    // in no particular order: the sampler only asks whether any rival beats a
+    // candidate and then removes them all. They test every record of the
+    // index instead of hashing each neighbouring cell, which for the few
+    // dozen records a sampler keeps is much the cheaper; a record qualifies
+    // when it passes the query's test and its chain is one the query walks.
+    // On the demo's 24-megapixel image some 200000 candidates reach both
+    // queries; hashing their cells took a tenth of the measurement.
+    void findOverlappingOnce(JAutoSampleRec* r, std::vector<JAutoSampleRec*>& out);
+    void findSimilarOnce(JAutoSampleRec* r, std::vector<JAutoSampleRec*>& out);
+
     int buckets() const { return buckets_; }
     int cellSize() const { return cellSize_; }
     float colourCell() const { return colourCell_; }
@@ -70,6 +81,9 @@ private:
 
     int bucketOf(const int32_t* key, int n) const;
     void freeTables();
+    // Whether bucket is one of those the query's cells hash to; the list is
+    // made on first use per query.
+    bool probed(int bucket, std::vector<int>& buckets, bool& made, const JAutoSampleRec* r, bool spatial) const;
 
     JAutoSampleRec** spatialHeads_;
     JAutoSampleRec** colourHeads_;
@@ -77,6 +91,9 @@ private:
     int cellSize_;
     float colourCell_;
     float colourCellInv_;
+    // Every record, in no particular order.
+    std::vector<JAutoSampleRec*> records_;
+    std::vector<int> probedBuckets_;
 };
 
 // Walks every record of an index: spatial buckets 0, 1, ... in turn, each

@@ -2,15 +2,17 @@
 
 #include <algorithm>
 #include <climits>
+#include <condition_variable>
+#include <exception>
+#include <mutex>
+#include <system_error>
+#include <thread>
 #include <vector>
 
 #include "api/status.h"
-#include "autosample/block_roughness_simd.h"
-#include "base/cpu_info.h"
 #include "base/qtless/qobject.h"
 #include "color/color_palette.h"
 #include "color/lab_coord.h"
-#include "color/pixel.h"
 
 using qtless::QObject;
 
@@ -19,7 +21,6 @@ namespace {
 constexpr int kTileSize = 1024;
 constexpr int kTileStep = 904;
 constexpr int kMinTileSide = 128;
-constexpr int kPatchSizes[3] = {4, 8, 16};
 
 // Progress counts are ints; images beyond 2^31 pixels saturate instead of
 // overflowing.
@@ -28,31 +29,56 @@ int progressCount(long long v)
     return v > INT_MAX ? INT_MAX : static_cast<int>(v);
 }
 
-// Roughness of one pixel along one direction: the variance of the five
-// pixels through it, offsets -2..+2 apart by `stride` in the plane.
-inline float lineVariance(const float* p, long stride)
+// Reports a tile position's progress; false when the user has cancelled.
+bool report(JStatus* status, long long done)
 {
-    const float v0 = p[-2 * stride];
-    const float v1 = p[-stride];
-    const float v2 = p[0];
-    const float v3 = p[stride];
-    const float v4 = p[2 * stride];
-    const float m = ((((v0 + v1) + v2) + v3) + v4) * 0.2f;
-    const float d0 = v0 - m;
-    const float d1 = v1 - m;
-    const float d2 = v2 - m;
-    const float d3 = v3 - m;
-    const float d4 = v4 - m;
-    return ((((d0 * d0 + d1 * d1) + d2 * d2) + d3 * d3) + d4 * d4) * 0.2f;
+    if (!status)
+        return true;
+    status->update(progressCount(done));
+    return !status->isCancelled();
 }
+
+// The image behind a lock, so that the threads scanning tiles call its
+// getScanline one at a time.
+class LockedImage : public JImageAdapter {
+public:
+    explicit LockedImage(JImageAdapter* image) : image_(image), width_(image->width()), height_(image->height()) {}
+    int width() override { return width_; }
+    int height() override { return height_; }
+    void getScanline(int y, int xStart, int xEnd, unsigned short* pixels) override
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        image_->getScanline(y, xStart, xEnd, pixels);
+    }
+    void putScanline(int y, int xStart, int xEnd, const unsigned short* pixels) override
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        image_->putScanline(y, xStart, xEnd, pixels);
+    }
+
+private:
+    JImageAdapter* image_;
+    int width_;
+    int height_;
+    std::mutex mutex_;
+};
 
 }  // namespace
 
-JAutoSampler::JAutoSampler() : samples_(nullptr), blockMeans_(3), blockVars_(3), blockDirs_(4), relaxed_(0)
+// One tile position in scan order: its rectangle, its progress count, and
+// whether it is large enough to be loaded.
+struct JAutoSampler::Tile {
+    JRect<int> rect;
+    long long progress;
+    bool loaded;
+};
+
+JAutoSampler::JAutoSampler() : samples_(nullptr), relaxed_(0)
 {
     const JColorPalette* palette = JColorPalette::getPalette();
     samples_ = new JAutoSampleRec[palette->ncols() * palette->nrows()];
     index_.init(32771, 128, 10.0f);
+    scans_.push_back(std::make_unique<JTileScan>());
 }
 
 JAutoSampler::~JAutoSampler()
@@ -90,205 +116,172 @@ bool JAutoSampler::sample(JImageAdapter* image, bool relaxed, JStatus* status)
     if (status)
         status->setStep(QObject::tr("Profiling image..."), progressCount(static_cast<long long>(height) * width));
 
-    // The tile's Y, Cr, Cb planes live only during the search.
-    JPixelRect tile(3);
+    std::vector<Tile> tiles;
+    int loaded = 0;
     for (int tileY = 0; tileY < height; tileY += kTileStep) {
         for (int tileX = 0; tileX < width; tileX += kTileStep) {
-            if (status) {
-                status->update(progressCount(static_cast<long long>(tileY) * width + tileX));
-                if (status->isCancelled())
-                    return false;
-            }
-            JRect<int> r(tileX, tileY, std::min(tileX + kTileSize, width), std::min(tileY + kTileSize, height));
-            if (r.width() < kMinTileSide || r.height() < kMinTileSide)
-                continue;
-            tile.loadYCrCb(image, r);
-            loadedTiles_.push_back(r);
-            computeBlockStats(tile);
-            for (int k = 0; k < 3; k++)
-                searchCandidates(kPatchSizes[k], k, tileX, tileY);
+            const JRect<int> r(tileX, tileY, std::min(tileX + kTileSize, width), std::min(tileY + kTileSize, height));
+            const bool load = r.width() >= kMinTileSide && r.height() >= kMinTileSide;
+            tiles.push_back(Tile{r, static_cast<long long>(tileY) * width + tileX, load});
+            loaded += load;
         }
     }
+    const int threads = std::min(threads_, loaded);
+    bool finished = false;
+    try {
+        finished = threads > 1 ? scanInParallel(image, tiles, threads, status) : scanInOrder(image, tiles, status);
+    } catch (...) {
+        for (auto& scan : scans_)
+            scan->releaseTile();
+        throw;
+    }
+    // The tiles' planes live only during the search.
+    for (auto& scan : scans_)
+        scan->releaseTile();
+    if (!finished)
+        return false;
     assignSlots();
     if (status)
         status->end();
     return true;
 }
 
-void JAutoSampler::computeBlockStats(const JPixelRect& tile)
+bool JAutoSampler::scanInOrder(JImageAdapter* image, const std::vector<Tile>& tiles, JStatus* status)
 {
-    const int tw = tile.width;
-    gw_ = tile.width / 8 - 1;
-    gh_ = tile.height / 8 - 1;
-    blockMeans_.setDimensions(gw_, gh_);
-    blockVars_.setDimensions(gw_, gh_);
-    if (!relaxed_)
-        blockDirs_.setDimensions(gw_, gh_);
-
-    for (int c = 0; c < 3; c++) {
-        const float* plane = tile.plane(c);
-        float* means = blockMeans_.plane(c);
-        float* vars = blockVars_.plane(c);
-        for (int by = 0; by < gh_; by++) {
-            for (int bx = 0; bx < gw_; bx++) {
-                double sum = 0.0;
-                double sumsq = 0.0;
-                for (int y = 8 * by; y < 8 * by + 8; y++) {
-                    const float* row = plane + static_cast<long>(y) * tw;
-                    for (int x = 8 * bx; x < 8 * bx + 8; x++) {
-                        const double v = row[x];
-                        sum += v;
-                        sumsq += v * v;
-                    }
-                }
-                const double mean = sum * 0.015625;
-                const double var = sumsq * 0.015625 - mean * mean;
-                const long i = static_cast<long>(by) * gw_ + bx;
-                means[i] = static_cast<float>(mean);
-                vars[i] = static_cast<float>(var > 1e-6 ? var : 1e-6);
-            }
-        }
-    }
-    if (relaxed_)
-        return;
-
-    // Directional roughness of Y over a 7x7 window per block; the first block
-    // row and column borrow the window of block 1 so that the five-pixel lines
-    // stay inside the tile. The sum of 49 pixels is divided by 64, as intended.
-    const float* plane = tile.plane(0);
-    const long stride = tw;
-    if (JCPUInfo::useSIMD(JCPUInfo::AVX2)) {
-        std::vector<int> c0(static_cast<size_t>(gw_));
-        std::vector<float> sums(4 * static_cast<size_t>(gw_));
-        for (int bx = 0; bx < gw_; bx++)
-            c0[bx] = 8 * std::max(bx, 1);
-        for (int by = 0; by < gh_; by++) {
-            block_roughness_simd::windowSumsAVX2(plane, stride, 8 * std::max(by, 1), c0.data(), gw_, sums.data());
-            for (int bx = 0; bx < gw_; bx++)
-                for (int k = 0; k < 4; k++)
-                    blockDirs_.plane(k)[static_cast<long>(by) * gw_ + bx] = sums[4 * bx + k] * 0.015625f;
-        }
-        return;
-    }
-    for (int by = 0; by < gh_; by++) {
-        const int r0 = 8 * std::max(by, 1);
-        for (int bx = 0; bx < gw_; bx++) {
-            const int c0 = 8 * std::max(bx, 1);
-            float h = 0.0f, v = 0.0f, d = 0.0f, a = 0.0f;
-            for (int y = r0; y < r0 + 7; y++) {
-                const float* p = plane + static_cast<long>(y) * stride + c0;
-                for (int x = 0; x < 7; x++, p++) {
-                    h += lineVariance(p, 1);
-                    v += lineVariance(p, stride);
-                    d += lineVariance(p, stride + 1);
-                    a += lineVariance(p, stride - 1);
-                }
-            }
-            const long i = static_cast<long>(by) * gw_ + bx;
-            blockDirs_.plane(0)[i] = h * 0.015625f;
-            blockDirs_.plane(1)[i] = v * 0.015625f;
-            blockDirs_.plane(2)[i] = d * 0.015625f;
-            blockDirs_.plane(3)[i] = a * 0.015625f;
-        }
-    }
-}
-
-bool JAutoSampler::uniform(int s, int bx, int by, float& scoreY, float& meanVarY, float means[3])
-{
-    static constexpr float kSpread[3] = {6.0f, 5.0f, 5.0f};
-    static constexpr float kRatio[3] = {2.0f, 10.0f, 10.0f};
-    const float area = static_cast<float>(s * s);
-    for (int c = 0; c < 3; c++) {
-        const float* m = blockMeans_.plane(c);
-        const float* v = blockVars_.plane(c);
-        float minMean = 1e6f, maxMean = -1e6f, minVar = 1e6f, maxVar = -1e6f;
-        float sumMean = 0.0f, sumVar = 0.0f;
-        for (int y = by; y < by + s; y++) {
-            const long row = static_cast<long>(y) * gw_;
-            for (int x = bx; x < bx + s; x++) {
-                const float bm = m[row + x];
-                const float bv = v[row + x];
-                minMean = std::min(minMean, bm);
-                maxMean = std::max(maxMean, bm);
-                minVar = std::min(minVar, bv);
-                maxVar = std::max(maxVar, bv);
-                sumMean += bm;
-                sumVar += bv;
-            }
-        }
-        minMean *= 100.0f;
-        maxMean *= 100.0f;
-        minVar *= 100.0f;
-        maxVar *= 100.0f;
-        const float spread = maxMean - minMean;
-        const float ratio = maxVar / (minVar >= 0.01f ? minVar : 0.01f);
-        const float score = spread * spread + ratio * ratio;
-        if (!(score < kSpread[c] * kSpread[c] + kRatio[c] * kRatio[c]))
+    JTileScan::Result result;
+    for (const Tile& t : tiles) {
+        if (!report(status, t.progress))
             return false;
-        means[c] = sumMean / area;
-        if (c == 0) {
-            scoreY = score;
-            meanVarY = sumVar / area;
-        }
+        if (!t.loaded)
+            continue;
+        JPixelRect::printLoadLine(t.rect);
+        scans_[0]->scan(image, t.rect, relaxed_ != 0, result);
+        merge(t.rect, result, 0);
     }
     return true;
 }
 
-bool JAutoSampler::directionFree(int s, int bx, int by)
+bool JAutoSampler::scanInParallel(JImageAdapter* image, const std::vector<Tile>& tiles, int threads, JStatus* status)
 {
-    float sums[4];
-    for (int k = 0; k < 4; k++) {
-        const float* dir = blockDirs_.plane(k);
-        float sum = 1e-6f;
-        for (int y = by; y < by + s; y++) {
-            const long row = static_cast<long>(y) * gw_;
-            for (int x = bx; x < bx + s; x++)
-                sum += dir[row + x];
-        }
-        sums[k] = sum;
+    while (static_cast<int>(scans_.size()) < threads)
+        scans_.push_back(std::make_unique<JTileScan>());
+    std::vector<const Tile*> work;
+    for (const Tile& t : tiles) {
+        if (t.loaded)
+            work.push_back(&t);
     }
-    const float area = static_cast<float>(s * s);
-    const float largest = std::max(std::max(sums[0], sums[1]), std::max(sums[2], sums[3])) / area;
-    const float smallest = std::min(std::min(sums[0], sums[1]), std::min(sums[2], sums[3])) / area;
-    return !(largest / (smallest > 1e-6f ? smallest : 1e-6f) > 2.0f);
+    const int n = static_cast<int>(work.size());
+    const int ahead = 2 * threads;
+    LockedImage locked(image);
+
+    // Everything below the mutex is shared; a tile's result belongs to the
+    // thread that claimed it until its ready flag is set.
+    std::mutex mutex;
+    std::condition_variable changed;
+    int next = 0;    // the next tile to claim
+    int merged = 0;  // tiles offered so far
+    bool stop = false;
+    std::vector<JTileScan::Result> results(static_cast<size_t>(n));
+    std::vector<std::exception_ptr> errors(static_cast<size_t>(n));
+    std::vector<int> scannedBy(static_cast<size_t>(n), -1);
+
+    // Claims the next tile if one is due (lock held); scans it unlocked.
+    auto scanNext = [&](std::unique_lock<std::mutex>& lock, int scan) {
+        const int k = next++;
+        lock.unlock();
+        try {
+            scans_[scan]->scan(&locked, work[k]->rect, relaxed_ != 0, results[k]);
+        } catch (...) {
+            errors[k] = std::current_exception();
+        }
+        lock.lock();
+        scannedBy[k] = scan;
+        changed.notify_all();
+    };
+    auto due = [&] { return next < n && next < merged + ahead; };
+
+    std::vector<std::thread> helpers;
+    struct Joiner {
+        std::mutex& mutex;
+        std::condition_variable& changed;
+        bool& stop;
+        std::vector<std::thread>& helpers;
+        ~Joiner()
+        {
+            {
+                std::lock_guard<std::mutex> lock(mutex);
+                stop = true;
+            }
+            changed.notify_all();
+            for (std::thread& h : helpers)
+                h.join();
+        }
+    } joiner{mutex, changed, stop, helpers};
+    for (int t = 1; t < threads; t++) {
+        try {
+            helpers.emplace_back([&, t] {
+                std::unique_lock<std::mutex> lock(mutex);
+                for (;;) {
+                    changed.wait(lock, [&] { return stop || next >= n || due(); });
+                    if (stop || next >= n)
+                        return;
+                    scanNext(lock, t);
+                }
+            });
+        } catch (const std::system_error&) {
+            break;  // no more threads to be had: the others do the work
+        }
+    }
+
+    int k = 0;
+    for (const Tile& t : tiles) {
+        if (!report(status, t.progress))
+            return false;
+        if (!t.loaded)
+            continue;
+        {
+            std::unique_lock<std::mutex> lock(mutex);
+            while (scannedBy[k] < 0) {
+                if (due())
+                    scanNext(lock, 0);
+                else
+                    changed.wait(lock);
+            }
+        }
+        if (errors[k])
+            std::rethrow_exception(errors[k]);
+        JPixelRect::printLoadLine(t.rect);
+        merge(t.rect, results[k], scannedBy[k]);
+        results[k] = JTileScan::Result();
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            merged++;
+        }
+        changed.notify_all();
+        k++;
+    }
+    return true;
 }
 
-void JAutoSampler::searchCandidates(int s, int sizeIndex, int tileX, int tileY)
+void JAutoSampler::merge(const JRect<int>& r, const JTileScan::Result& result, int scan)
 {
-    for (int by = 0; by < gh_ - s; by += 2) {
-        for (int bx = 0; bx < gw_ - s; bx += 2) {
-            examined_[sizeIndex]++;
-            float scoreY, meanVarY, means[3];
-            if (!uniform(s, bx, by, scoreY, meanVarY, means))
-                continue;
-            if (!relaxed_ && !directionFree(s, bx, by))
-                continue;
-            JAutoSampleRec candidate;
-            candidate.score = scoreY / static_cast<float>(s * s);
-            candidate.yVariance = meanVarY;
-            JPixel p;
-            p.fromYCrCb(means[0], means[1], means[2]);
-            candidate.lab.fromPixel(p);
-            candidate.rect = JRect<int>(bx, by, bx + s, by + s);
-            candidate.rect.scale(8);
-            candidate.rect.offset(tileX, tileY);
-            candidate.valid = 1;
-            offer(candidate);
-        }
-    }
+    loadedTiles_.push_back(r);
+    for (int k = 0; k < 3; k++)
+        examined_[k] += result.examined[k];
+    for (JAutoSampleRec candidate : result.candidates)
+        offer(candidate);
+    lastScan_ = scan;
 }
 
-// Removes every rival in found_ unless one of them has a strictly smaller
-// score, in which case the candidate loses and nothing changes. A rival may be
-// listed twice, so each is removed once.
+// Removes every rival in found_ (each listed once) unless one of them has a
+// strictly smaller score, in which case the candidate loses and nothing
+// changes.
 bool JAutoSampler::beatsAll(const JAutoSampleRec& candidate)
 {
     for (const JAutoSampleRec* rival : found_) {
         if (rival->score < candidate.score)
             return false;
     }
-    std::sort(found_.begin(), found_.end());
-    found_.erase(std::unique(found_.begin(), found_.end()), found_.end());
     for (JAutoSampleRec* rival : found_)
         index_.remove(rival);
     return true;
@@ -296,10 +289,10 @@ bool JAutoSampler::beatsAll(const JAutoSampleRec& candidate)
 
 void JAutoSampler::offer(JAutoSampleRec& candidate)
 {
-    index_.findOverlapping(&candidate, found_);
+    index_.findOverlappingOnce(&candidate, found_);
     if (!beatsAll(candidate))
         return;
-    index_.findSimilar(&candidate, found_);
+    index_.findSimilarOnce(&candidate, found_);
     if (!beatsAll(candidate))
         return;
     index_.add(new JAutoSampleRec(candidate));

@@ -25,20 +25,43 @@ void JPixelRect::setDimensions(int w, int h)
 {
     if (w == width && h == height)
         return;
+    const size_t n = static_cast<size_t>(w) * static_cast<size_t>(h);
+    if (n > capacity_ || planes[0] == nullptr) {
+        release();
+        for (int c = 0; c < channels; c++)
+            planes[c] = new float[n];
+        capacity_ = n;
+    }
+    width = w;
+    height = h;
+}
+
+void JPixelRect::release()
+{
     for (int c = 0; c < channels; c++) {
         delete[] planes[c];
         planes[c] = nullptr;
     }
-    for (int c = 0; c < channels; c++)
-        planes[c] = new float[static_cast<size_t>(w) * static_cast<size_t>(h)];
-    width = w;
-    height = h;
+    capacity_ = 0;
+    width = 0;
+    height = 0;
 }
 
 void JPixelRect::loadYCrCb(JImageAdapter* image, JRect<int>& r)
 {
     setDimensions(r.width(), r.height());
-    std::printf("w: %d h: %d l: %d r: %d t: %d b: %d\n", width, height, r.left, r.right, r.top, r.bottom);
+    printLoadLine(r);
+    readYCrCb(image, r);
+}
+
+void JPixelRect::printLoadLine(const JRect<int>& r)
+{
+    std::printf("w: %d h: %d l: %d r: %d t: %d b: %d\n", r.width(), r.height(), r.left, r.right, r.top, r.bottom);
+}
+
+void JPixelRect::readYCrCb(JImageAdapter* image, const JRect<int>& r)
+{
+    setDimensions(r.width(), r.height());
     std::vector<JPixel> row(static_cast<size_t>(width > 0 ? width : 0));
     for (int y = r.top; y < r.bottom; y++) {
         image->getScanline(y, r.left, r.right - 1, reinterpret_cast<unsigned short*>(row.data()));

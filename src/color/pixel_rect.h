@@ -5,6 +5,8 @@
 // holds width x height floats in row order.
 #pragma once
 
+#include <cstddef>
+
 #include "base/image_adapter.h"
 #include "base/rect.h"
 
@@ -16,15 +18,23 @@ public:
     JPixelRect(const JPixelRect&) = delete;
     JPixelRect& operator=(const JPixelRect&) = delete;
 
-    // The same size keeps the contents; any other size frees every plane and
-    // allocates it anew with undefined contents.
+    // The same size keeps the contents; any other size leaves every plane
+    // with undefined contents, in the storage it has when that holds w x h
+    // values (so a reader of tiles of a few sizes allocates once), else in
+    // storage allocated anew.
     void setDimensions(int w, int h);
+    // Frees every plane (each null, 0 x 0).
+    void release();
 
     // Reads rectangle r as Y, Cr, Cb into planes 0, 1, 2 and prints the
     // diagnostic line "w: .. h: .. l: .. r: .. t: .. b: .." on standard
     // output. Needs three channels. Runs 16 or 8 pixels at a time on a vector
     // unit (pixel_rect_simd.cpp), with the same bits as JPixel::toYCrCb.
     void loadYCrCb(JImageAdapter* image, JRect<int>& r);
+    // loadYCrCb in two parts: the diagnostic line alone, and the reading
+    // without it (for readers that print their lines in an order of their own).
+    static void printLoadLine(const JRect<int>& r);
+    void readYCrCb(JImageAdapter* image, const JRect<int>& r);
     // Reads rectangle r as L, a, b into planes 0, 1, 2. Needs three channels.
     void loadLab(JImageAdapter* image, JRect<int>& r);
 
@@ -39,4 +49,7 @@ public:
     int height;
     float** planes;
     int channels;
+
+private:
+    size_t capacity_ = 0;  // values each plane's storage holds
 };

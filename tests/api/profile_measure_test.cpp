@@ -2,6 +2,7 @@
 // measured on its own rectangle, and nothing else.
 #include "api/profile_measure.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <stdexcept>
@@ -10,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "autosample/auto_sampler.h"
+#include "base/cpu_info.h"
 #include "profile/noise_profile.h"
 #include "profile/noise_sample.h"
 #include "support/memory_image.h"
@@ -66,7 +68,7 @@ TEST(ProfileMeasureTest, AddsEveryAcceptedPatchMeasuredOnItsRectangleAndNothingE
         MemoryImage img = patches(3);
         JNoiseProfile profile;
         profile.addSample(JNoiseSample());  // reset must drop this
-        dnMeasureProfile(&img, profile, relaxed, nullptr);
+        dnMeasureProfile(&img, profile, relaxed, nullptr, 1);
 
         JAutoSampler sampler;
         sampler.sample(&img, relaxed, nullptr);
@@ -92,7 +94,7 @@ TEST(ProfileMeasureTest, MarksTheProfileAsMeasuredOnThisImage)
     MemoryImage img = patches(4);
     JNoiseProfile profile;
     ASSERT_EQ(profile.getOrigin(), 2);
-    dnMeasureProfile(&img, profile, false, nullptr);
+    dnMeasureProfile(&img, profile, false, nullptr, 1);
     EXPECT_EQ(profile.getOrigin(), 3);
     // The maps were built: some level-0 luminance noise is known.
     EXPECT_GT(profile.highestLevel(), 0);
@@ -102,7 +104,7 @@ TEST(ProfileMeasureTest, StandardExceptionsPassUnchanged)
 {
     ThrowingImage img(true);
     JNoiseProfile profile;
-    EXPECT_THROW(dnMeasureProfile(&img, profile, false, nullptr), std::out_of_range);
+    EXPECT_THROW(dnMeasureProfile(&img, profile, false, nullptr, 1), std::out_of_range);
 }
 
 TEST(ProfileMeasureTest, UnknownExceptionBecomesAPlainStandardException)
@@ -110,11 +112,84 @@ TEST(ProfileMeasureTest, UnknownExceptionBecomesAPlainStandardException)
     ThrowingImage img(false);
     JNoiseProfile profile;
     try {
-        dnMeasureProfile(&img, profile, false, nullptr);
+        dnMeasureProfile(&img, profile, false, nullptr, 1);
         FAIL() << "no exception";
     } catch (const std::exception& e) {
         EXPECT_STREQ(e.what(), "std::exception");
     } catch (...) {
         FAIL() << "the unknown exception passed through";
     }
+}
+
+namespace {
+
+// The profile's file bytes: samples, maps and header, everything it keeps.
+std::vector<unsigned char> profileBytes(JNoiseProfile& profile)
+{
+    unsigned char* data = nullptr;
+    int length = 0;
+    profile.save(&data, &length);
+    std::vector<unsigned char> bytes(data, data + length);
+    delete[] data;
+    return bytes;
+}
+
+// Reads rows through another image and throws once a row at or below
+// `from` is asked for: a host failing in the second row of tiles.
+class FailingBelow : public JImageAdapter {
+public:
+    FailingBelow(JImageAdapter* image, int from) : image_(image), from_(from) {}
+    int width() override { return image_->width(); }
+    int height() override { return image_->height(); }
+    void getScanline(int y, int xStart, int xEnd, unsigned short* pixels) override
+    {
+        if (y >= from_)
+            throw std::out_of_range("row");
+        image_->getScanline(y, xStart, xEnd, pixels);
+    }
+    void putScanline(int, int, int, const unsigned short*) override {}
+
+private:
+    JImageAdapter* image_;
+    int from_;
+};
+
+}  // namespace
+
+// The tile scan spread over threads gives the profile of one thread, to the
+// bit, for every count; a scene of 3 x 3 tile positions of which the last row
+// is too short to load, strict and relaxed.
+TEST(ProfileMeasureThreadTest, SameProfileBitForBitWithAnyThreadCount)
+{
+    MemoryImage img = murmex_test::makeScene(2000, 1900);
+    murmex_test::addNoise(img, 700.0, 11);
+    for (bool relaxed : {false, true}) {
+        JNoiseProfile one;
+        dnMeasureProfile(&img, one, relaxed, nullptr, 1);
+        const std::vector<unsigned char> want = profileBytes(one);
+        ASSERT_GE(one.sampleCount(), 3);
+        for (int threads : {0, 2, 3, 4, 8}) {
+            JNoiseProfile profile;
+            dnMeasureProfile(&img, profile, relaxed, nullptr, threads);
+            EXPECT_EQ(profileBytes(profile), want) << threads << " threads" << (relaxed ? ", relaxed" : "");
+        }
+    }
+}
+
+TEST(ProfileMeasureThreadTest, FailureInALaterTileReachesTheCallerWithAnyThreadCount)
+{
+    MemoryImage big(2000, 1900);
+    FailingBelow failing(&big, 1000);
+    for (int threads : {1, 2, 4}) {
+        JNoiseProfile profile;
+        EXPECT_THROW(dnMeasureProfile(&failing, profile, false, nullptr, threads), std::out_of_range) << threads;
+    }
+}
+
+TEST(ProfileMeasureTest, DefaultThreadCountIsOnePerProcessorUpToTheLimit)
+{
+    const int n = dnDefaultMeasureThreads();
+    EXPECT_GE(n, 1);
+    EXPECT_LE(n, kMaxMeasureThreads);
+    EXPECT_EQ(n, std::min(JCPUInfo::numProcessors, kMaxMeasureThreads));
 }

@@ -1,8 +1,10 @@
 #include "autosample/auto_sample_index.h"
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <limits>
+#include <random>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -372,4 +374,74 @@ TEST(AutoSampleIndexTest, IteratorOverEmptyIndexHasNothing)
     JAutoSampleIndexIter it(&index);
     EXPECT_FALSE(it.hasMore());
     EXPECT_EQ(it.next(), nullptr);
+}
+
+namespace {
+
+// The records of a query result, each once, in address order.
+std::vector<JAutoSampleRec*> asSet(std::vector<JAutoSampleRec*> v)
+{
+    std::sort(v.begin(), v.end());
+    v.erase(std::unique(v.begin(), v.end()), v.end());
+    return v;
+}
+
+// Random records on a small area of image and colour, many of them on cell
+// boundaries (multiples of the cell size, of the colour cell and just
+// beside), some at negative coordinates and a few with NaN colours.
+JAutoSampleRec* randomRec(std::mt19937& rng)
+{
+    auto coord = [&](int span) {
+        const int v = static_cast<int>(rng() % static_cast<unsigned>(2 * span)) - span / 2;
+        return rng() % 3 == 0 ? v / 128 * 128 + static_cast<int>(rng() % 3) - 1 : v;
+    };
+    auto colour = [&](float lo, float hi) {
+        const float v = lo + (hi - lo) * static_cast<float>(rng() % 100000) / 100000.0f;
+        switch (rng() % 6) {
+        case 0: return std::round(v / 10.0f) * 10.0f;
+        case 1: return std::nextafter(std::round(v / 10.0f) * 10.0f, -1e9f);
+        case 2: return std::nextafter(std::round(v / 10.0f) * 10.0f, 1e9f);
+        default: return v;
+        }
+    };
+    const int l = coord(700), t = coord(700);
+    const int side = 32 << (rng() % 4);  // up to twice a cell, which the hashed query can miss
+    const float L = rng() % 50 == 0 ? std::numeric_limits<float>::quiet_NaN() : colour(0.0f, 60.0f);
+    return makeRec(l, t, l + side, t + side, L, colour(-30.0f, 30.0f), colour(-30.0f, 30.0f),
+                   static_cast<float>(rng() % 10));
+}
+
+}  // namespace
+
+// The sampler's queries list exactly the records the hashed queries list,
+// each once, whatever the bucket count (one bucket makes every cell share a
+// chain, small counts make distant cells collide), as records come and go.
+TEST(AutoSampleIndexTest, OnceQueriesListTheHashedQueriesRecordsOnce)
+{
+    std::mt19937 rng(20261124u);
+    for (int buckets : {1, 7, 101, 32771}) {
+        JAutoSampleIndex index;
+        index.init(buckets, 128, 10.0f);
+        std::vector<JAutoSampleRec*> hashed, once;
+        for (int step = 0; step < 600; step++) {
+            JAutoSampleRec* probe = randomRec(rng);
+            index.findOverlapping(probe, hashed);
+            index.findOverlappingOnce(probe, once);
+            ASSERT_EQ(once.size(), asSet(once).size());
+            ASSERT_EQ(asSet(once), asSet(hashed)) << "overlapping, buckets " << buckets << " step " << step;
+            index.findSimilar(probe, hashed);
+            index.findSimilarOnce(probe, once);
+            ASSERT_EQ(once.size(), asSet(once).size());
+            ASSERT_EQ(asSet(once), asSet(hashed)) << "similar, buckets " << buckets << " step " << step;
+            // Keep the index at a few dozen records: remove what was found
+            // now and then, add the probe otherwise.
+            if (!once.empty() && rng() % 3 == 0) {
+                for (JAutoSampleRec* e : asSet(once))
+                    index.remove(e);
+                delete probe;
+            } else {
+                index.add(probe);
+            }
+        }
+    }
 }

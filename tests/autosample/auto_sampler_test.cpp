@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <random>
+#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -514,6 +516,108 @@ protected:
     std::vector<Square> squares_;
     std::vector<int> slots_;
 };
+
+// The vector paths (block statistics, directional roughness, window
+// statistics) choose exactly the patches the scalar path chooses, with the
+// same colours, scores and variances to the bit, strict and relaxed.
+TEST_F(AutoSamplerSceneTest, EveryPathChoosesTheSamePatchesToTheBit)
+{
+    for (bool relaxed : {false, true}) {
+        std::vector<JAutoSampleRec> want;
+        murmex_test::forEachSIMDPath([&](const murmex_test::SIMDPath& path) {
+            SCOPED_TRACE(path.name() + (relaxed ? " relaxed" : " strict"));
+            JAutoSampler s;
+            ASSERT_TRUE(s.sample(img_.get(), relaxed, nullptr));
+            std::vector<JAutoSampleRec> got;
+            for (int i = 0; i < s.sampleCount(); i++) {
+                JAutoSampleRec r = *s.getSample(i);
+                r.nextSpatial = r.nextColour = nullptr;
+                got.push_back(r);
+            }
+            if (want.empty()) {
+                want = got;
+                ASSERT_GE(validSlots(s).size(), 5u);
+                return;
+            }
+            for (size_t i = 0; i < want.size(); i++) {
+                ASSERT_EQ(got[i].valid, want[i].valid) << "slot " << i;
+                if (!want[i].valid)
+                    continue;
+                EXPECT_EQ(got[i].rect.left, want[i].rect.left) << "slot " << i;
+                EXPECT_EQ(got[i].rect.top, want[i].rect.top) << "slot " << i;
+                EXPECT_EQ(got[i].rect.right, want[i].rect.right) << "slot " << i;
+                EXPECT_EQ(got[i].rect.bottom, want[i].rect.bottom) << "slot " << i;
+                EXPECT_EQ(std::memcmp(&got[i].lab, &want[i].lab, sizeof want[i].lab), 0) << "slot " << i;
+                EXPECT_EQ(std::memcmp(&got[i].score, &want[i].score, sizeof(float)), 0) << "slot " << i;
+                EXPECT_EQ(std::memcmp(&got[i].yVariance, &want[i].yVariance, sizeof(float)), 0) << "slot " << i;
+            }
+        });
+    }
+}
+
+// Tiles scanned on several threads: the same slots, the same tiles and
+// counts, the same progress reports and the same diagnostic lines in the same
+// order as on the calling thread alone, and the grids of the last tile.
+// The scene, for the tests of the threaded tile scan (suites named
+// ...ThreadTest run under ThreadSanitizer).
+class AutoSamplerThreadTest : public AutoSamplerSceneTest {};
+
+TEST_F(AutoSamplerThreadTest, AnyThreadCountFindsWhatOneThreadFinds)
+{
+    // 1400 x 1100: tiles at x 0, 904 and y 0, 904, the last row 196 high.
+    auto run = [&](int threads, JAutoSampler& s, RecordingStatus& status) {
+        s.setThreads(threads);
+        testing::internal::CaptureStdout();
+        EXPECT_TRUE(s.sample(img_.get(), false, &status));
+        return testing::internal::GetCapturedStdout();
+    };
+    JAutoSampler one;
+    RecordingStatus oneStatus;
+    const std::string oneLines = run(1, one, oneStatus);
+    ASSERT_EQ(one.loadedTiles().size(), 4u);
+    for (int threads : {2, 3, 4, 9}) {
+        SCOPED_TRACE(std::to_string(threads) + " threads");
+        JAutoSampler s;
+        RecordingStatus status;
+        EXPECT_EQ(run(threads, s, status), oneLines);
+        EXPECT_EQ(status.updates, oneStatus.updates);
+        EXPECT_EQ(status.ends, 1);
+        ASSERT_EQ(s.loadedTiles().size(), one.loadedTiles().size());
+        for (size_t i = 0; i < one.loadedTiles().size(); i++)
+            EXPECT_EQ(s.loadedTiles()[i].top * 10000 + s.loadedTiles()[i].left,
+                      one.loadedTiles()[i].top * 10000 + one.loadedTiles()[i].left);
+        for (int k = 0; k < 3; k++)
+            EXPECT_EQ(s.candidatesExamined(k), one.candidatesExamined(k));
+        EXPECT_EQ(validSlots(s), validSlots(one));
+        for (int i : validSlots(one)) {
+            EXPECT_EQ(std::memcmp(&s.getSample(i)->rect, &one.getSample(i)->rect, sizeof(JRect<int>)), 0);
+            EXPECT_EQ(std::memcmp(&s.getSample(i)->lab, &one.getSample(i)->lab, sizeof(JLabCoord)), 0);
+            EXPECT_EQ(std::memcmp(&s.getSample(i)->yVariance, &one.getSample(i)->yVariance, sizeof(float)), 0);
+        }
+        ASSERT_EQ(s.blockMeans().width, one.blockMeans().width);
+        ASSERT_EQ(s.blockMeans().height, one.blockMeans().height);
+        const size_t cells = static_cast<size_t>(one.blockMeans().width) * one.blockMeans().height;
+        EXPECT_EQ(std::memcmp(s.blockMeans().plane(0), one.blockMeans().plane(0), cells * sizeof(float)), 0);
+        EXPECT_EQ(std::memcmp(s.blockDirs().plane(3), one.blockDirs().plane(3), cells * sizeof(float)), 0);
+    }
+}
+
+TEST_F(AutoSamplerThreadTest, CancellingWithHelperThreadsStopsThemAndLeavesEverySlotEmpty)
+{
+    for (int cancelAt : {1, 2, 3, 4}) {
+        JAutoSampler s;
+        s.setThreads(3);
+        RecordingStatus status;
+        status.cancelAtUpdate = cancelAt;
+        EXPECT_FALSE(s.sample(img_.get(), false, &status)) << cancelAt;
+        EXPECT_EQ(status.updates.size(), static_cast<size_t>(cancelAt));
+        EXPECT_EQ(status.ends, 0);
+        EXPECT_TRUE(validSlots(s).empty());
+        // The sampler is whole afterwards: a full run finds the patches.
+        EXPECT_TRUE(s.sample(img_.get(), false, nullptr));
+        EXPECT_FALSE(validSlots(s).empty());
+    }
+}
 
 TEST_F(AutoSamplerSceneTest, PatchesLieInsideTheSquaresOnePerSlot)
 {

@@ -59,6 +59,29 @@ TEST(PixelRectTest, SetDimensionsWithOtherSizeReallocates)
         r.planes[0][i] = 2.0f;
 }
 
+TEST(PixelRectTest, SetDimensionsKeepsStorageLargeEnoughAndReleaseFreesIt)
+{
+    JPixelRect r(2);
+    r.setDimensions(4, 4);
+    float* before[2] = {r.planes[0], r.planes[1]};
+    r.setDimensions(2, 3);
+    EXPECT_EQ(r.width, 2);
+    EXPECT_EQ(r.height, 3);
+    EXPECT_EQ(r.planes[0], before[0]);
+    EXPECT_EQ(r.planes[1], before[1]);
+    r.setDimensions(4, 4);
+    EXPECT_EQ(r.planes[0], before[0]);
+    // More than it holds: new storage, writable over its whole size.
+    r.setDimensions(5, 4);
+    for (int i = 0; i < 20; i++)
+        r.planes[1][i] = 3.0f;
+    r.release();
+    EXPECT_EQ(r.width, 0);
+    EXPECT_EQ(r.height, 0);
+    EXPECT_EQ(r.planes[0], nullptr);
+    EXPECT_EQ(r.planes[1], nullptr);
+}
+
 TEST(PixelRectTest, MeanSumsInDouble)
 {
     JPixelRect r(1);
