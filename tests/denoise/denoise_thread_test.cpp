@@ -201,6 +201,141 @@ TEST(DenoiseThreadThreadTest, EveryRowIsComputedOnceWhenWorkerAndWaiterShareARan
     }
 }
 
+namespace {
+
+// Row 0 is held until released, and each row records the thread that
+// computed it.
+class GatedFirstRowNode : public JIncrRaster {
+public:
+    explicit GatedFirstRowNode(int h) : JIncrRaster(2, h), computedBy(h) {}
+    void refInputs(int) override {}
+    void computeScanline(int row, float* out) override
+    {
+        if (row == 0) {
+            entered.store(true);
+            while (!release.load())
+                std::this_thread::yield();
+        }
+        computedBy[row] = std::this_thread::get_id();
+        ++computed;
+        out[0] = out[1] = static_cast<float>(row);
+    }
+    std::vector<std::thread::id> computedBy;
+    std::atomic<int> computed{0};
+    std::atomic<bool> entered{false};
+    std::atomic<bool> release{false};
+};
+
+}  // namespace
+
+TEST(DenoiseThreadThreadTest, WorkerWhoseRowsAreDoneTakesTheRowsOfABusyPeer)
+{
+    // The first worker is held in row 0 of its range; its peer, whose own
+    // range is empty, must take every other row of it before replying.
+    const int h = 20;
+    GatedFirstRowNode node(h);
+    for (int y = 0; y < h; ++y)
+        node.refScanline(y);
+    JDenoiseThread busy(false), idle(false);
+    const std::vector<JDenoiseThread*> peers = {&busy, &idle};
+    busy.setPeers(&peers);
+    idle.setPeers(&peers);
+    busy.postRequest(&node, 0, h - 1);
+    while (!node.entered.load())
+        std::this_thread::yield();
+    idle.postRequest(&node, h, h - 1);
+    idle.waitForReply();
+    EXPECT_EQ(node.computed.load(), h - 1);
+    node.release.store(true);
+    busy.waitForReply();
+    const std::thread::id held = node.computedBy[0];
+    EXPECT_NE(held, std::this_thread::get_id());
+    for (int y = 1; y < h; ++y) {
+        EXPECT_NE(node.computedBy[y], held) << y;
+        EXPECT_NE(node.computedBy[y], std::this_thread::get_id()) << y;
+    }
+    for (int y = 0; y < h; ++y) {
+        EXPECT_EQ(node.refCount(y), 0) << y;
+        EXPECT_FALSE(node.rowPresent(y)) << y;
+    }
+}
+
+TEST(DenoiseThreadThreadTest, PeersComputeEveryRowOnceBatchByBatch)
+{
+    const int h = 301;
+    RowNode node(8, h);
+    for (int y = 0; y < h; ++y)
+        node.refScanline(y);
+    std::vector<std::unique_ptr<JDenoiseThread>> workers;
+    std::vector<JDenoiseThread*> peers;
+    for (int i = 0; i < 3; ++i) {
+        workers.push_back(std::make_unique<JDenoiseThread>(false));
+        peers.push_back(workers.back().get());
+    }
+    for (auto& w : workers)
+        w->setPeers(&peers);
+    const int perThread = 13;
+    int row = 0;
+    while (row < h) {
+        for (auto& w : workers) {
+            const int first = row;
+            const int last = std::min(row + perThread, h) - 1;
+            w->postRequest(&node, first, last);
+            row = last + 1;
+        }
+        workers[0]->waitForReply();
+        for (size_t k = 1; k < workers.size(); ++k)
+            workers[k]->helpThenWaitForReply();
+    }
+    for (int y = 0; y < h; ++y) {
+        EXPECT_EQ(node.computed[y].load(), 1) << y;
+        EXPECT_EQ(node.refCount(y), 0) << y;
+    }
+}
+
+TEST(DenoiseThreadThreadTest, RowFailureOnAPeerIsRethrownByTheWorkerWhoseRequestItWas)
+{
+    // The peer takes the upper half of the held worker's range, where row
+    // 15 fails: the failure belongs to the held worker's request.
+    const int h = 20;
+    struct FailingGatedNode : GatedFirstRowNode {
+        FailingGatedNode() : GatedFirstRowNode(20) {}
+        void computeScanline(int row, float* out) override
+        {
+            if (row == 15)
+                throw std::runtime_error("row 15 failed");
+            GatedFirstRowNode::computeScanline(row, out);
+        }
+    } node;
+    for (int y = 0; y < h; ++y)
+        node.refScanline(y);
+    JDenoiseThread busy(false), idle(false);
+    const std::vector<JDenoiseThread*> peers = {&busy, &idle};
+    busy.setPeers(&peers);
+    idle.setPeers(&peers);
+    busy.postRequest(&node, 0, h - 1);
+    while (!node.entered.load())
+        std::this_thread::yield();
+    idle.postRequest(&node, h, h - 1);
+    EXPECT_NO_THROW(idle.waitForReply());
+    node.release.store(true);
+    EXPECT_THROW(busy.waitForReply(), std::runtime_error);
+    // The rest of the request was abandoned: rows after the failed one stayed
+    // uncomputed.
+    for (int y = 16; y < h; ++y)
+        EXPECT_EQ(node.computedBy[y], std::thread::id()) << y;
+    // Both go on serving requests afterwards.
+    RowNode other(4, 6);
+    for (int y = 0; y < 6; ++y)
+        other.refScanline(y);
+    busy.postRequest(&other, 0, 2);
+    idle.postRequest(&other, 3, 5);
+    EXPECT_NO_THROW(busy.waitForReply());
+    EXPECT_NO_THROW(idle.waitForReply());
+    for (int y = 0; y < 6; ++y)
+        EXPECT_EQ(other.computed[y].load(), 1) << y;
+}
+
 TEST(DenoiseThreadThreadTest, RowFailureOnTheHelpingThreadIsRethrownAfterTheReply)
 {
     // The waiting thread starts with the upper half, where row 7 fails.
