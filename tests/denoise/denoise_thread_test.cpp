@@ -97,16 +97,18 @@ TEST(DenoiseThreadThreadTest, WorkerEvaluatesAndReleasesEachRowOfTheRange)
     }
 }
 
-TEST(DenoiseThreadThreadTest, WorkersShareOneGraphBatchByBatch)
+namespace {
+
+// Pulls every row of a fresh node through the workers, as the driver does:
+// batches of perThread rows per worker; after the first reply of a batch the
+// waiting thread helps the later workers when `help` is set. Every row must
+// be computed once and released.
+void expectBatchesComputeEachRowOnce(std::vector<std::unique_ptr<JDenoiseThread>>& workers, int h, int perThread,
+                                     bool help)
 {
-    const int h = 97;
     RowNode node(8, h);
     for (int y = 0; y < h; ++y)
         node.refScanline(y);
-    std::vector<std::unique_ptr<JDenoiseThread>> workers;
-    for (int i = 0; i < 3; ++i)
-        workers.push_back(std::make_unique<JDenoiseThread>(i == 0));
-    const int perThread = 7;
     int row = 0;
     while (row < h) {
         for (auto& w : workers) {
@@ -115,13 +117,27 @@ TEST(DenoiseThreadThreadTest, WorkersShareOneGraphBatchByBatch)
             w->postRequest(&node, first, last);
             row = last + 1;
         }
-        for (auto& w : workers)
-            w->waitForReply();
+        for (size_t k = 0; k < workers.size(); ++k) {
+            if (help && k > 0)
+                workers[k]->helpThenWaitForReply();
+            else
+                workers[k]->waitForReply();
+        }
     }
     for (int y = 0; y < h; ++y) {
         EXPECT_EQ(node.computed[y].load(), 1) << y;
         EXPECT_EQ(node.refCount(y), 0) << y;
     }
+}
+
+}  // namespace
+
+TEST(DenoiseThreadThreadTest, WorkersShareOneGraphBatchByBatch)
+{
+    std::vector<std::unique_ptr<JDenoiseThread>> workers;
+    for (int i = 0; i < 3; ++i)
+        workers.push_back(std::make_unique<JDenoiseThread>(i == 0));
+    expectBatchesComputeEachRowOnce(workers, 97, 7, false);
 }
 
 TEST(DenoiseThreadThreadTest, RowFailureIsRethrownOnTheWaitingThread)
@@ -226,6 +242,22 @@ public:
     std::atomic<bool> release{false};
 };
 
+// Two peers: `busy` is posted every row of the node and held in row 0, then
+// `idle` is posted an empty range, so that all it does is take busy's rows.
+void startWithTheFirstWorkerHeld(GatedFirstRowNode& node, JDenoiseThread& busy, JDenoiseThread& idle,
+                                 const std::vector<JDenoiseThread*>& peers)
+{
+    const int h = node.height();
+    for (int y = 0; y < h; ++y)
+        node.refScanline(y);
+    busy.setPeers(&peers);
+    idle.setPeers(&peers);
+    busy.postRequest(&node, 0, h - 1);
+    while (!node.entered.load())
+        std::this_thread::yield();
+    idle.postRequest(&node, h, h - 1);
+}
+
 }  // namespace
 
 TEST(DenoiseThreadThreadTest, WorkerWhoseRowsAreDoneTakesTheRowsOfABusyPeer)
@@ -234,16 +266,9 @@ TEST(DenoiseThreadThreadTest, WorkerWhoseRowsAreDoneTakesTheRowsOfABusyPeer)
     // range is empty, must take every other row of it before replying.
     const int h = 20;
     GatedFirstRowNode node(h);
-    for (int y = 0; y < h; ++y)
-        node.refScanline(y);
     JDenoiseThread busy(false), idle(false);
     const std::vector<JDenoiseThread*> peers = {&busy, &idle};
-    busy.setPeers(&peers);
-    idle.setPeers(&peers);
-    busy.postRequest(&node, 0, h - 1);
-    while (!node.entered.load())
-        std::this_thread::yield();
-    idle.postRequest(&node, h, h - 1);
+    startWithTheFirstWorkerHeld(node, busy, idle, peers);
     idle.waitForReply();
     EXPECT_EQ(node.computed.load(), h - 1);
     node.release.store(true);
@@ -262,10 +287,6 @@ TEST(DenoiseThreadThreadTest, WorkerWhoseRowsAreDoneTakesTheRowsOfABusyPeer)
 
 TEST(DenoiseThreadThreadTest, PeersComputeEveryRowOnceBatchByBatch)
 {
-    const int h = 301;
-    RowNode node(8, h);
-    for (int y = 0; y < h; ++y)
-        node.refScanline(y);
     std::vector<std::unique_ptr<JDenoiseThread>> workers;
     std::vector<JDenoiseThread*> peers;
     for (int i = 0; i < 3; ++i) {
@@ -274,23 +295,7 @@ TEST(DenoiseThreadThreadTest, PeersComputeEveryRowOnceBatchByBatch)
     }
     for (auto& w : workers)
         w->setPeers(&peers);
-    const int perThread = 13;
-    int row = 0;
-    while (row < h) {
-        for (auto& w : workers) {
-            const int first = row;
-            const int last = std::min(row + perThread, h) - 1;
-            w->postRequest(&node, first, last);
-            row = last + 1;
-        }
-        workers[0]->waitForReply();
-        for (size_t k = 1; k < workers.size(); ++k)
-            workers[k]->helpThenWaitForReply();
-    }
-    for (int y = 0; y < h; ++y) {
-        EXPECT_EQ(node.computed[y].load(), 1) << y;
-        EXPECT_EQ(node.refCount(y), 0) << y;
-    }
+    expectBatchesComputeEachRowOnce(workers, 301, 13, true);
 }
 
 TEST(DenoiseThreadThreadTest, RowFailureOnAPeerIsRethrownByTheWorkerWhoseRequestItWas)
@@ -307,16 +312,9 @@ TEST(DenoiseThreadThreadTest, RowFailureOnAPeerIsRethrownByTheWorkerWhoseRequest
             GatedFirstRowNode::computeScanline(row, out);
         }
     } node;
-    for (int y = 0; y < h; ++y)
-        node.refScanline(y);
     JDenoiseThread busy(false), idle(false);
     const std::vector<JDenoiseThread*> peers = {&busy, &idle};
-    busy.setPeers(&peers);
-    idle.setPeers(&peers);
-    busy.postRequest(&node, 0, h - 1);
-    while (!node.entered.load())
-        std::this_thread::yield();
-    idle.postRequest(&node, h, h - 1);
+    startWithTheFirstWorkerHeld(node, busy, idle, peers);
     EXPECT_NO_THROW(idle.waitForReply());
     node.release.store(true);
     EXPECT_THROW(busy.waitForReply(), std::runtime_error);
