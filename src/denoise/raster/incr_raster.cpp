@@ -102,14 +102,13 @@ float* JIncrRaster::getScanline(int row)
     if (float* ready = s.ready.load(std::memory_order_acquire))
         return ready;
     mutex_.lock();
-    if (s.data) {
-        while (s.data && s.busy.load(std::memory_order_acquire) == 1) {
+    if (s.buffer) {
+        while (s.buffer && s.busy.load(std::memory_order_acquire) == 1) {
             mutex_.unlock();
             s.busy.wait(1, std::memory_order_acquire);
             mutex_.lock();
         }
-        float* data = s.data;
-        if (!data) {
+        if (!s.buffer) {
             // The computation this thread waited for threw: hand on its
             // failure rather than a row that does not exist.
             const std::exception_ptr failure = s.failure;
@@ -118,6 +117,7 @@ float* JIncrRaster::getScanline(int row)
                 std::rethrow_exception(failure);
             throw JEx(QObject::tr("Row %1 was given up while being computed").arg(row));
         }
+        float* data = dataPointer(s.buffer, s.bufferMargin);
         mutex_.unlock();
         return data;
     }
@@ -136,7 +136,6 @@ float* JIncrRaster::getScanline(int row)
     }
     float* data = dataPointer(buffer, m);
     s.buffer = buffer;
-    s.data = data;
     s.bufferMargin = m;
     s.failure = nullptr;
     s.busy.store(1, std::memory_order_relaxed);
@@ -159,7 +158,6 @@ void JIncrRaster::giveUp(Slot& s, std::exception_ptr failure)
 {
     pool_.push_back(s.buffer);
     s.buffer = nullptr;
-    s.data = nullptr;
     s.failure = std::move(failure);
     clearBusy(s);
 }
@@ -211,7 +209,6 @@ void JIncrRaster::release(Slot& s)
     if (s.count.fetch_sub(1, std::memory_order_acq_rel) == 1 && s.buffer) {
         pool_.push_back(s.buffer);
         s.buffer = nullptr;
-        s.data = nullptr;
         s.ready.store(nullptr, std::memory_order_relaxed);
     }
 }
@@ -238,12 +235,11 @@ int JIncrRaster::claimRows(int row, int stride, int maxRows, float** outs)
                 break;
         }
         s.buffer = buffer;
-        s.data = dataPointer(buffer, m);
         s.bufferMargin = m;
         s.failure = nullptr;
         s.busy.store(1, std::memory_order_relaxed);
         s.count.fetch_add(1, std::memory_order_relaxed);
-        outs[n] = s.data;
+        outs[n] = dataPointer(buffer, m);
     }
     return n;
 }
@@ -253,8 +249,9 @@ void JIncrRaster::releaseClaimedRows(int row, int stride, int n, bool filled)
     for (int k = 1; k < n; ++k) {
         Slot& s = rows_[row + k * stride];
         if (filled) {
-            fillMargins(s.data, s.bufferMargin);
-            s.ready.store(s.data, std::memory_order_release);
+            float* data = dataPointer(s.buffer, s.bufferMargin);
+            fillMargins(data, s.bufferMargin);
+            s.ready.store(data, std::memory_order_release);
             clearBusy(s);
         }
         if (!filled) {

@@ -123,12 +123,12 @@ private:
         // Changed without the lock only while it stays above zero: the
         // crossings of zero (refInputs, pooling the buffer) take the lock.
         std::atomic<int> count{0};
-        char* buffer = nullptr;  // as allocated; null while the row is absent
-        float* data = nullptr;   // pixel 0 inside buffer
-        int bufferMargin = 0;    // the margin the buffer was laid out for
+        int bufferMargin = 0;  // the margin the buffer was laid out for
         std::atomic<int> busy{0};
-        // The data pointer once the row and its margins are filled, null
-        // otherwise: getScanline's path without the lock.
+        char* buffer = nullptr;  // as allocated; null while the row is absent
+        // The data pointer (pixel 0 inside buffer) once the row and its
+        // margins are filled, null otherwise: getScanline's path without the
+        // lock. While the row is computed it is dataPointer(buffer, bufferMargin).
         std::atomic<float*> ready{nullptr};
         std::exception_ptr failure;  // why the last computation threw, for its waiting readers
     };
