@@ -74,8 +74,13 @@ void JDenoise::setNumThreads(int n)
     if (n == numThreads())
         return;
     threads_.clear();
-    for (int i = 0; i < n; ++i)
+    peers_.clear();
+    for (int i = 0; i < n; ++i) {
         threads_.push_back(std::make_unique<JDenoiseThread>(background_));
+        peers_.push_back(threads_.back().get());
+    }
+    for (auto& worker : threads_)
+        worker->setPeers(&peers_);
 }
 
 int JDenoise::levels() const
@@ -285,11 +290,12 @@ bool JDenoise::runStrip(JImageAdapter* in, JImageAdapter* out, int strip, int xS
                 current = last + 1;
             }
             // Every worker answers before the graph may go: an error on one
-            // is rethrown only once all have replied. Once the first worker
-            // has replied its core is free, and this thread takes its place:
-            // it helps each later worker with the rows that worker has not
-            // reached. So no more threads compute than there are workers
-            // (nor rows are held for more), and the batch's tail is shared.
+            // is rethrown only once all have replied. The workers take rows
+            // from one another, so the first replies only when no row of the
+            // batch is left to claim; this thread then helps each later
+            // worker with any rows that worker has not reached. So no more
+            // threads compute than there are workers (nor rows are held for
+            // more), and the batch's tail is shared.
             std::exception_ptr error;
             for (size_t k = 0; k < threads_.size(); ++k) {
                 try {

@@ -11,11 +11,12 @@
 // reported after every batch.
 //
 // Threads: only the calling thread builds graphs, posts batches and reports
-// progress; workers only evaluate rows of the final node. Once the first
-// worker of a batch has replied, the calling thread evaluates rows of the
-// later workers' requests while it waits for them
-// (JDenoiseThread::helpThenWaitForReply); batches, progress calls and rows
-// stay what they were. The three tuning values are process-wide and set by the
+// progress; workers only evaluate rows of the final node. A worker whose
+// rows of a batch are done takes rows of the others' (JDenoiseThread peers),
+// so all of them stay busy to the batch's end; once the first worker of a
+// batch has replied, the calling thread evaluates rows of the later workers'
+// requests while it waits for them (JDenoiseThread::helpThenWaitForReply).
+// Batches, progress calls and rows stay what they were. The three tuning values are process-wide and set by the
 // entry points, hence atomics.
 #pragma once
 
@@ -95,6 +96,9 @@ private:
     int rowsPerThread_;
     bool maskBlend_ = false;
     bool luminanceOnly_ = false;
+    // The workers again, as each one's peer list; declared first so that it
+    // outlives them.
+    std::vector<JDenoiseThread*> peers_;
     std::vector<std::unique_ptr<JDenoiseThread>> threads_;
     JNoiseProfile* profile_ = nullptr;
     JNoiseFilterSettings* settings_ = nullptr;

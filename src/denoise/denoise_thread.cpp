@@ -35,6 +35,12 @@ void JDenoiseThread::stop()
     }
 }
 
+void JDenoiseThread::setPeers(const std::vector<JDenoiseThread*>* peers)
+{
+    JMutexLocker lock(requestLock_);
+    peers_ = peers;
+}
+
 void JDenoiseThread::postRequest(JIncrRaster* raster, int first, int last)
 {
     {
@@ -42,7 +48,8 @@ void JDenoiseThread::postRequest(JIncrRaster* raster, int first, int last)
         raster_ = raster;
         next_ = raster ? first : 0;
         end_ = raster ? last : -1;
-        abandoned_ = false;
+        owner_ = this;
+        abandoned_.store(false, std::memory_order_relaxed);
     }
     posts_.fetch_add(1, std::memory_order_relaxed);
     request_.give();
@@ -73,19 +80,22 @@ void JDenoiseThread::waitForReply()
         std::rethrow_exception(error);
 }
 
-bool JDenoiseThread::pullRow(JIncrRaster* raster, int row)
+bool JDenoiseThread::pullRow(JDenoiseThread* owner, JIncrRaster* raster, int row)
 {
     try {
         raster->getScanline(row);
         raster->unrefScanline(row);
         return true;
     } catch (...) {
-        JMutexLocker lock(requestLock_);
-        if (!error_)
-            error_ = std::current_exception();
-        // The rest of the request is abandoned, as by a worker alone.
-        next_ = end_ + 1;
-        abandoned_ = true;
+        JMutexLocker lock(owner->requestLock_);
+        if (!owner->error_)
+            owner->error_ = std::current_exception();
+        // The rest of the request is abandoned, as by a worker alone: the
+        // owner's range (when it still holds the request's rows) here, the
+        // rows other threads hold when they next look at the flag.
+        if (owner->owner_ == owner)
+            owner->next_ = owner->end_ + 1;
+        owner->abandoned_.store(true, std::memory_order_relaxed);
         return false;
     }
 }
@@ -93,37 +103,88 @@ bool JDenoiseThread::pullRow(JIncrRaster* raster, int row)
 void JDenoiseThread::pullFromFront(JIncrRaster* raster)
 {
     for (;;) {
+        JDenoiseThread* owner;
         int row;
         {
             JMutexLocker lock(requestLock_);
             if (next_ > end_)
                 return;
+            owner = owner_;
+            if (owner->abandoned_.load(std::memory_order_relaxed)) {
+                next_ = end_ + 1;
+                return;
+            }
             row = next_++;
         }
-        if (!pullRow(raster, row))
+        if (!pullRow(owner, raster, row))
             return;
+    }
+}
+
+bool JDenoiseThread::takeUpperHalf(JIncrRaster* raster, Claim& claim)
+{
+    if (raster_ != raster || next_ > end_ || owner_->abandoned_.load(std::memory_order_relaxed))
+        return false;
+    claim.owner = owner_;
+    claim.from = next_ + (end_ - next_ + 1) / 2;
+    claim.to = end_;
+    end_ = claim.from - 1;
+    return true;
+}
+
+bool JDenoiseThread::takeFromPeers(JIncrRaster* raster)
+{
+    const std::vector<JDenoiseThread*>* peers;
+    {
+        JMutexLocker lock(requestLock_);
+        peers = peers_;
+    }
+    if (!peers)
+        return false;
+    for (;;) {
+        JDenoiseThread* victim = nullptr;
+        int most = 0;
+        for (JDenoiseThread* peer : *peers) {
+            if (peer == this)
+                continue;
+            JMutexLocker lock(peer->requestLock_);
+            if (peer->raster_ == raster && peer->end_ - peer->next_ + 1 > most &&
+                !peer->owner_->abandoned_.load(std::memory_order_relaxed)) {
+                most = peer->end_ - peer->next_ + 1;
+                victim = peer;
+            }
+        }
+        if (!victim)
+            return false;
+        Claim claim;
+        bool taken;
+        {
+            JMutexLocker lock(victim->requestLock_);
+            taken = victim->takeUpperHalf(raster, claim);
+        }
+        if (!taken)
+            continue;  // the victim's rows went meanwhile: look again
+        JMutexLocker lock(requestLock_);
+        next_ = claim.from;
+        end_ = claim.to;
+        owner_ = claim.owner;
+        return true;
     }
 }
 
 void JDenoiseThread::pullUpperHalves(JIncrRaster* raster)
 {
     for (;;) {
-        int from, to;
+        Claim claim;
         {
             JMutexLocker lock(requestLock_);
-            if (next_ > end_)
+            if (!takeUpperHalf(raster, claim))
                 return;
-            from = next_ + (end_ - next_ + 1) / 2;
-            to = end_;
-            end_ = from - 1;
         }
-        for (int row = from; row <= to; ++row) {
-            {
-                JMutexLocker lock(requestLock_);
-                if (abandoned_)
-                    return;
-            }
-            if (!pullRow(raster, row))
+        for (int row = claim.from; row <= claim.to; ++row) {
+            if (claim.owner->abandoned_.load(std::memory_order_relaxed))
+                return;
+            if (!pullRow(claim.owner, raster, row))
                 return;
         }
     }
@@ -142,7 +203,9 @@ void JDenoiseThread::run()
             stopped_.store(true, std::memory_order_release);
             return;
         }
-        pullFromFront(raster);
+        do
+            pullFromFront(raster);
+        while (takeFromPeers(raster));
         reply_.give();
     }
 }

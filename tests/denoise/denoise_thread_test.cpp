@@ -97,16 +97,18 @@ TEST(DenoiseThreadThreadTest, WorkerEvaluatesAndReleasesEachRowOfTheRange)
     }
 }
 
-TEST(DenoiseThreadThreadTest, WorkersShareOneGraphBatchByBatch)
+namespace {
+
+// Pulls every row of a fresh node through the workers, as the driver does:
+// batches of perThread rows per worker; after the first reply of a batch the
+// waiting thread helps the later workers when `help` is set. Every row must
+// be computed once and released.
+void expectBatchesComputeEachRowOnce(std::vector<std::unique_ptr<JDenoiseThread>>& workers, int h, int perThread,
+                                     bool help)
 {
-    const int h = 97;
     RowNode node(8, h);
     for (int y = 0; y < h; ++y)
         node.refScanline(y);
-    std::vector<std::unique_ptr<JDenoiseThread>> workers;
-    for (int i = 0; i < 3; ++i)
-        workers.push_back(std::make_unique<JDenoiseThread>(i == 0));
-    const int perThread = 7;
     int row = 0;
     while (row < h) {
         for (auto& w : workers) {
@@ -115,13 +117,27 @@ TEST(DenoiseThreadThreadTest, WorkersShareOneGraphBatchByBatch)
             w->postRequest(&node, first, last);
             row = last + 1;
         }
-        for (auto& w : workers)
-            w->waitForReply();
+        for (size_t k = 0; k < workers.size(); ++k) {
+            if (help && k > 0)
+                workers[k]->helpThenWaitForReply();
+            else
+                workers[k]->waitForReply();
+        }
     }
     for (int y = 0; y < h; ++y) {
         EXPECT_EQ(node.computed[y].load(), 1) << y;
         EXPECT_EQ(node.refCount(y), 0) << y;
     }
+}
+
+}  // namespace
+
+TEST(DenoiseThreadThreadTest, WorkersShareOneGraphBatchByBatch)
+{
+    std::vector<std::unique_ptr<JDenoiseThread>> workers;
+    for (int i = 0; i < 3; ++i)
+        workers.push_back(std::make_unique<JDenoiseThread>(i == 0));
+    expectBatchesComputeEachRowOnce(workers, 97, 7, false);
 }
 
 TEST(DenoiseThreadThreadTest, RowFailureIsRethrownOnTheWaitingThread)
@@ -199,6 +215,123 @@ TEST(DenoiseThreadThreadTest, EveryRowIsComputedOnceWhenWorkerAndWaiterShareARan
         EXPECT_EQ(node.computed[y].load(), 1) << y;
         EXPECT_EQ(node.refCount(y), 0) << y;
     }
+}
+
+namespace {
+
+// Row 0 is held until released, and each row records the thread that
+// computed it.
+class GatedFirstRowNode : public JIncrRaster {
+public:
+    explicit GatedFirstRowNode(int h) : JIncrRaster(2, h), computedBy(h) {}
+    void refInputs(int) override {}
+    void computeScanline(int row, float* out) override
+    {
+        if (row == 0) {
+            entered.store(true);
+            while (!release.load())
+                std::this_thread::yield();
+        }
+        computedBy[row] = std::this_thread::get_id();
+        ++computed;
+        out[0] = out[1] = static_cast<float>(row);
+    }
+    std::vector<std::thread::id> computedBy;
+    std::atomic<int> computed{0};
+    std::atomic<bool> entered{false};
+    std::atomic<bool> release{false};
+};
+
+// Two peers: `busy` is posted every row of the node and held in row 0, then
+// `idle` is posted an empty range, so that all it does is take busy's rows.
+void startWithTheFirstWorkerHeld(GatedFirstRowNode& node, JDenoiseThread& busy, JDenoiseThread& idle,
+                                 const std::vector<JDenoiseThread*>& peers)
+{
+    const int h = node.height();
+    for (int y = 0; y < h; ++y)
+        node.refScanline(y);
+    busy.setPeers(&peers);
+    idle.setPeers(&peers);
+    busy.postRequest(&node, 0, h - 1);
+    while (!node.entered.load())
+        std::this_thread::yield();
+    idle.postRequest(&node, h, h - 1);
+}
+
+}  // namespace
+
+TEST(DenoiseThreadThreadTest, WorkerWhoseRowsAreDoneTakesTheRowsOfABusyPeer)
+{
+    // The first worker is held in row 0 of its range; its peer, whose own
+    // range is empty, must take every other row of it before replying.
+    const int h = 20;
+    GatedFirstRowNode node(h);
+    JDenoiseThread busy(false), idle(false);
+    const std::vector<JDenoiseThread*> peers = {&busy, &idle};
+    startWithTheFirstWorkerHeld(node, busy, idle, peers);
+    idle.waitForReply();
+    EXPECT_EQ(node.computed.load(), h - 1);
+    node.release.store(true);
+    busy.waitForReply();
+    const std::thread::id held = node.computedBy[0];
+    EXPECT_NE(held, std::this_thread::get_id());
+    for (int y = 1; y < h; ++y) {
+        EXPECT_NE(node.computedBy[y], held) << y;
+        EXPECT_NE(node.computedBy[y], std::this_thread::get_id()) << y;
+    }
+    for (int y = 0; y < h; ++y) {
+        EXPECT_EQ(node.refCount(y), 0) << y;
+        EXPECT_FALSE(node.rowPresent(y)) << y;
+    }
+}
+
+TEST(DenoiseThreadThreadTest, PeersComputeEveryRowOnceBatchByBatch)
+{
+    std::vector<std::unique_ptr<JDenoiseThread>> workers;
+    std::vector<JDenoiseThread*> peers;
+    for (int i = 0; i < 3; ++i) {
+        workers.push_back(std::make_unique<JDenoiseThread>(false));
+        peers.push_back(workers.back().get());
+    }
+    for (auto& w : workers)
+        w->setPeers(&peers);
+    expectBatchesComputeEachRowOnce(workers, 301, 13, true);
+}
+
+TEST(DenoiseThreadThreadTest, RowFailureOnAPeerIsRethrownByTheWorkerWhoseRequestItWas)
+{
+    // The peer takes the upper half of the held worker's range, where row
+    // 15 fails: the failure belongs to the held worker's request.
+    const int h = 20;
+    struct FailingGatedNode : GatedFirstRowNode {
+        FailingGatedNode() : GatedFirstRowNode(20) {}
+        void computeScanline(int row, float* out) override
+        {
+            if (row == 15)
+                throw std::runtime_error("row 15 failed");
+            GatedFirstRowNode::computeScanline(row, out);
+        }
+    } node;
+    JDenoiseThread busy(false), idle(false);
+    const std::vector<JDenoiseThread*> peers = {&busy, &idle};
+    startWithTheFirstWorkerHeld(node, busy, idle, peers);
+    EXPECT_NO_THROW(idle.waitForReply());
+    node.release.store(true);
+    EXPECT_THROW(busy.waitForReply(), std::runtime_error);
+    // The rest of the request was abandoned: rows after the failed one stayed
+    // uncomputed.
+    for (int y = 16; y < h; ++y)
+        EXPECT_EQ(node.computedBy[y], std::thread::id()) << y;
+    // Both go on serving requests afterwards.
+    RowNode other(4, 6);
+    for (int y = 0; y < 6; ++y)
+        other.refScanline(y);
+    busy.postRequest(&other, 0, 2);
+    idle.postRequest(&other, 3, 5);
+    EXPECT_NO_THROW(busy.waitForReply());
+    EXPECT_NO_THROW(idle.waitForReply());
+    for (int y = 0; y < 6; ++y)
+        EXPECT_EQ(other.computed[y].load(), 1) << y;
 }
 
 TEST(DenoiseThreadThreadTest, RowFailureOnTheHelpingThreadIsRethrownAfterTheReply)

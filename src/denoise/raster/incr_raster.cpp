@@ -97,15 +97,18 @@ float* JIncrRaster::getScanline(int row)
 {
     const int r = mirrorRow(row);
     Slot& s = rows_[r];
+    // A finished row is read without the lock: the caller's reference keeps
+    // it present, and the acquire load sees the row's data.
+    if (float* ready = s.ready.load(std::memory_order_acquire))
+        return ready;
     mutex_.lock();
-    if (s.data) {
-        while (s.data && s.busy.load(std::memory_order_acquire) == 1) {
+    if (s.buffer) {
+        while (s.buffer && s.busy.load(std::memory_order_acquire) == 1) {
             mutex_.unlock();
             s.busy.wait(1, std::memory_order_acquire);
             mutex_.lock();
         }
-        float* data = s.data;
-        if (!data) {
+        if (!s.buffer) {
             // The computation this thread waited for threw: hand on its
             // failure rather than a row that does not exist.
             const std::exception_ptr failure = s.failure;
@@ -114,6 +117,7 @@ float* JIncrRaster::getScanline(int row)
                 std::rethrow_exception(failure);
             throw JEx(QObject::tr("Row %1 was given up while being computed").arg(row));
         }
+        float* data = dataPointer(s.buffer, s.bufferMargin);
         mutex_.unlock();
         return data;
     }
@@ -132,7 +136,6 @@ float* JIncrRaster::getScanline(int row)
     }
     float* data = dataPointer(buffer, m);
     s.buffer = buffer;
-    s.data = data;
     s.bufferMargin = m;
     s.failure = nullptr;
     s.busy.store(1, std::memory_order_relaxed);
@@ -146,6 +149,7 @@ float* JIncrRaster::getScanline(int row)
         throw;
     }
     fillMargins(data, m);
+    s.ready.store(data, std::memory_order_release);
     clearBusy(s);
     return data;
 }
@@ -154,7 +158,6 @@ void JIncrRaster::giveUp(Slot& s, std::exception_ptr failure)
 {
     pool_.push_back(s.buffer);
     s.buffer = nullptr;
-    s.data = nullptr;
     s.failure = std::move(failure);
     clearBusy(s);
 }
@@ -162,25 +165,51 @@ void JIncrRaster::giveUp(Slot& s, std::exception_ptr failure)
 void JIncrRaster::refScanline(int row)
 {
     const int r = mirrorRow(row);
-    // refInputs runs before the lock is released: otherwise a second thread
-    // could reference the row and compute it while its input rows are not yet
-    // referenced, and that computation's unrefs would release rows that other
-    // consumers still read. It only takes references (upstream locks, and this
-    // recursive one again for turbo rows), so no row is computed under the lock.
+    Slot& s = rows_[r];
+    // A row that is referenced already, its inputs with it, takes one more
+    // reference without the lock.
+    int count = s.count.load(std::memory_order_relaxed);
+    while (count > 0)
+        if (s.count.compare_exchange_weak(count, count + 1, std::memory_order_acquire, std::memory_order_relaxed))
+            return;
+    // The first reference: refInputs runs under the lock and before the count
+    // leaves zero, so no other thread can reference the row and compute it
+    // while its input rows are not yet referenced (that computation's unrefs
+    // would release rows that other consumers still read). It only takes
+    // references (upstream locks, and this recursive one again for turbo
+    // rows), so no row is computed under the lock. The release store hands
+    // those references on to whoever takes the next one without the lock.
     JMutexLocker lock(mutex_);
-    if (rows_[r].count++ == 0)
-        refInputs(r);
+    if (s.count.load(std::memory_order_relaxed) == 0) {
+        try {
+            refInputs(r);
+        } catch (...) {
+            s.count.fetch_add(1, std::memory_order_release);
+            throw;
+        }
+    }
+    s.count.fetch_add(1, std::memory_order_release);
 }
 
 void JIncrRaster::unrefScanline(int row)
 {
-    const int r = mirrorRow(row);
+    release(rows_[mirrorRow(row)]);
+}
+
+void JIncrRaster::release(Slot& s)
+{
+    // Above one the count drops without the lock, as it cannot reach zero;
+    // only the last reference pools the buffer, under the lock. The releasing
+    // decrements order every reader's use of the row before that.
+    int count = s.count.load(std::memory_order_relaxed);
+    while (count > 1)
+        if (s.count.compare_exchange_weak(count, count - 1, std::memory_order_acq_rel, std::memory_order_relaxed))
+            return;
     JMutexLocker lock(mutex_);
-    Slot& s = rows_[r];
-    if (--s.count == 0 && s.buffer) {
+    if (s.count.fetch_sub(1, std::memory_order_acq_rel) == 1 && s.buffer) {
         pool_.push_back(s.buffer);
         s.buffer = nullptr;
-        s.data = nullptr;
+        s.ready.store(nullptr, std::memory_order_relaxed);
     }
 }
 
@@ -194,7 +223,7 @@ int JIncrRaster::claimRows(int row, int stride, int maxRows, float** outs)
         if (y < 0 || y >= height_)
             break;
         Slot& s = rows_[y];
-        if (s.count == 0 || s.buffer)
+        if (s.count.load(std::memory_order_relaxed) == 0 || s.buffer)
             break;
         char* buffer;
         if (!pool_.empty()) {
@@ -206,12 +235,11 @@ int JIncrRaster::claimRows(int row, int stride, int maxRows, float** outs)
                 break;
         }
         s.buffer = buffer;
-        s.data = dataPointer(buffer, m);
         s.bufferMargin = m;
         s.failure = nullptr;
         s.busy.store(1, std::memory_order_relaxed);
-        ++s.count;
-        outs[n] = s.data;
+        s.count.fetch_add(1, std::memory_order_relaxed);
+        outs[n] = dataPointer(buffer, m);
     }
     return n;
 }
@@ -221,17 +249,16 @@ void JIncrRaster::releaseClaimedRows(int row, int stride, int n, bool filled)
     for (int k = 1; k < n; ++k) {
         Slot& s = rows_[row + k * stride];
         if (filled) {
-            fillMargins(s.data, s.bufferMargin);
+            float* data = dataPointer(s.buffer, s.bufferMargin);
+            fillMargins(data, s.bufferMargin);
+            s.ready.store(data, std::memory_order_release);
             clearBusy(s);
         }
-        JMutexLocker lock(mutex_);
-        if (!filled)
+        if (!filled) {
+            JMutexLocker lock(mutex_);
             giveUp(s, std::current_exception());
-        if (--s.count == 0 && s.buffer) {
-            pool_.push_back(s.buffer);
-            s.buffer = nullptr;
-            s.data = nullptr;
         }
+        release(s);
     }
 }
 
@@ -244,11 +271,9 @@ int JIncrRaster::rowElements(int m) const
 float* JIncrRaster::fetchWithMargin(int row, int m)
 {
     float* data = getScanline(row);
-    int bufferMargin;
-    {
-        JMutexLocker lock(mutex_);
-        bufferMargin = slot(row).bufferMargin;
-    }
+    // Read without the lock: the layout was written before getScanline
+    // handed out the row, and the caller's reference keeps it.
+    const int bufferMargin = slot(row).bufferMargin;
     // A row laid out before the margin was raised would be read outside its
     // buffer; margins are raised only while a graph is built, so this is a
     // wiring error.
@@ -308,7 +333,7 @@ void JIncrRaster::requireDataType(DataType type, JIncrRaster& input)
 int JIncrRaster::refCount(int row)
 {
     JMutexLocker lock(mutex_);
-    return slot(row).count;
+    return slot(row).count.load(std::memory_order_relaxed);
 }
 
 bool JIncrRaster::rowPresent(int row)

@@ -16,18 +16,21 @@
 //
 // Threads. Any number of threads may call refScanline, getScanline and
 // unrefScanline on one node at once. The node mutex guards the row table
-// (counts, buffers, data pointers) and the buffer pool. It is never held while
-// a row is computed, so a computation may pull rows of its inputs, which take
-// their own mutexes, without any lock-ordering concern. A row being computed
-// carries the busy flag; a second thread asking for it blocks (a futex wait on
-// the flag, without the lock) until the first has filled the row and its
-// margins, so a row is computed once. When the computation throws, the row
-// goes back to absent and the waiting threads rethrow the same exception;
-// none of them is handed a missing row. The busy flag is cleared without the
-// lock (a release store that waiting readers observe with an acquire load,
-// then a wake-up), which also publishes the row's data.
-// The margin and the turbo flag are set while the graph is built and read
-// without the lock while rows are computed, hence atomics.
+// (buffers, data pointers, the counts' crossings of zero) and the buffer pool.
+// It is never held while a row is computed, so a computation may pull rows of
+// its inputs, which take their own mutexes, without any lock-ordering concern.
+// A row being computed carries the busy flag; a second thread asking for it
+// blocks (a futex wait on the flag, without the lock) until the first has
+// filled the row and its margins, so a row is computed once. When the
+// computation throws, the row goes back to absent and the waiting threads
+// rethrow the same exception; none of them is handed a missing row. The busy
+// flag is cleared without the lock (a release store that waiting readers
+// observe with an acquire load, then a wake-up), which also publishes the row's
+// data. A finished row is published as well by its ready pointer, so that
+// getScanline on a present row (the common case: most rows are read by several
+// consumers, or several times) takes no lock; the caller's reference keeps the
+// row while it reads. The margin and the turbo flag are set while the graph is
+// built and read without the lock while rows are computed, hence atomics.
 #pragma once
 
 #include <atomic>
@@ -117,15 +120,22 @@ protected:
 
 private:
     struct Slot {
-        int count = 0;
-        char* buffer = nullptr;  // as allocated; null while the row is absent
-        float* data = nullptr;   // pixel 0 inside buffer
-        int bufferMargin = 0;    // the margin the buffer was laid out for
+        // Changed without the lock only while it stays above zero: the
+        // crossings of zero (refInputs, pooling the buffer) take the lock.
+        std::atomic<int> count{0};
+        int bufferMargin = 0;  // the margin the buffer was laid out for
         std::atomic<int> busy{0};
+        char* buffer = nullptr;  // as allocated; null while the row is absent
+        // The data pointer (pixel 0 inside buffer) once the row and its
+        // margins are filled, null otherwise: getScanline's path without the
+        // lock. While the row is computed it is dataPointer(buffer, bufferMargin).
+        std::atomic<float*> ready{nullptr};
         std::exception_ptr failure;  // why the last computation threw, for its waiting readers
     };
 
     Slot& slot(int row);
+    // Drops one reference; the last one sends the row's buffer to the pool.
+    void release(Slot& s);
     // Ends the computing state of a slot and wakes its waiting readers.
     static void clearBusy(Slot& s);
     // Under the lock: a row whose computation failed goes back to absent,

@@ -331,6 +331,40 @@ TEST(IncrRasterThreadTest, ManyThreadsPullingAGraphComputeEachRowOnce)
     }
 }
 
+TEST(IncrRasterThreadTest, ReferencesCrossingZeroOnManyThreadsLeaveNoReferenceBehind)
+{
+    // Counts above one change without the node lock; every crossing of zero
+    // must still run refInputs (on the way up) or pool the row and leave its
+    // inputs released (on the way down), never both at once.
+    const int w = 9, h = 5;
+    CountingNode src(w, h);
+    PairSumNode sum(src);
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < 3000; ++i) {
+                const int y = (i + t) % h;
+                sum.refScanline(y);
+                const float* r = sum.getScanline(y);
+                const float expected =
+                    CountingNode::value(2, src.mirrorRow(y - 1), 0) + CountingNode::value(2, src.mirrorRow(y + 1), 0);
+                if (r[2] != expected)
+                    ++wrong;
+                sum.unrefScanline(y);
+            }
+        });
+    for (auto& th : threads)
+        th.join();
+    EXPECT_EQ(wrong.load(), 0);
+    for (int y = 0; y < h; ++y) {
+        EXPECT_EQ(sum.refCount(y), 0) << y;
+        EXPECT_FALSE(sum.rowPresent(y)) << y;
+        EXPECT_EQ(src.refCount(y), 0) << y;
+        EXPECT_FALSE(src.rowPresent(y)) << y;
+    }
+}
+
 TEST(IncrRasterTest, RowReleasedToZeroAndReferencedAgainIsRecomputedWithItsInputs)
 {
     CountingNode src(6, 8);
