@@ -269,7 +269,9 @@ void denoiseOne(const DenoiseOptions& o, const Job& job, size_t index, size_t co
         options.jpegQuality = o.jpegQuality;
         options.tiffCompression = compressionNamed(o.compression);
         ResultRows rows(image);
-        BackgroundWrite writer(out.path(), image, rows, job.format, options);
+        // A writer that fails (a full disk) stops the library at its next
+        // progress call; its error is reported below.
+        BackgroundWrite writer(out.path(), image, rows, job.format, options, [&rows] { rows.close(); });
         // Whatever ends this block early lets the writer go before it is
         // joined.
         struct Abandon {
@@ -281,6 +283,8 @@ void denoiseOne(const DenoiseOptions& o, const Job& job, size_t index, size_t co
         } catch (const AppError& e) {
             throw AppError(profileCopy ? profileCopy->forUser(e.what()) : std::string(e.what()));
         }
+        if (rows.writerStopped())
+            out.write([&](const std::string&) { writer.wait([](float) {}); });
         throwIfInterrupted();
         rows.finish();
         // The rows hold their alpha already: the source can go, before the

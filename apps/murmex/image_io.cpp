@@ -241,6 +241,13 @@ void writeFailed(const std::string& path, const std::string& reason)
     throw AppError(oneLine("cannot write " + path + ": " + reason));
 }
 
+void writeFailed(const std::string& path, const std::string& reason, int err)
+{
+    if (err == ENOSPC || err == EDQUOT || err == EFBIG || err == EIO)
+        throw AppError("cannot write " + path + ": " + errnoText(err));
+    writeFailed(path, reason);
+}
+
 ImageRows::ImageRows(const Image& image)
     : image_(image), row_(static_cast<size_t>(image.width) * static_cast<size_t>(outputChannels(image)))
 {
