@@ -28,7 +28,7 @@ TEST(CliWriteFailureThreadTest, AWriterThatFailsStopsTheLibraryAndLeavesNoFile)
     const std::string profile = makeProfile(dir, "p.dnp", 300, 200);
     // Large enough that the library still has most of its work ahead when
     // the writer's first rows fail.
-    writeImage(dir.file("big.tif"), noisyPhoto(2000, 1400), ImageFormat::Tiff);
+    writeImage(dir.file("big.tif"), noisyPhoto(1200, 800), ImageFormat::Tiff);
     for (const std::vector<std::string>& output : {std::vector<std::string>{"out.tif"},
                                                   std::vector<std::string>{"out.tif", "--compression", "none"},
                                                   std::vector<std::string>{"out.png"}, std::vector<std::string>{"out.jpg"}}) {
