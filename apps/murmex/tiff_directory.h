@@ -48,7 +48,8 @@ struct TiffMetadataEntries {
 
 // Appends the entries as described above. The first directory keeps its
 // other entries and gains pointers to the sub-directories that have
-// entries (any it had before are replaced). Returns false, the file
+// entries (pointers it had before are dropped: the program's TIFF writer
+// makes none). Returns false, the file
 // untouched, when it is not classic little-endian TIFF; throws AppError
 // "cannot write metadata to PATH: ..." when reading or writing fails.
 bool appendTiffMetadata(const std::string& path, const TiffMetadataEntries& entries);
