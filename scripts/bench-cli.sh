@@ -2,8 +2,9 @@
 # Times `murmex denoise` on a 12-megapixel photo, the size of a typical
 # camera photo, the way a user runs it (reading, denoising and writing the
 # file included): 16-bit TIFF, 16-bit PNG and 8-bit JPEG in and out with a
-# profile file, and TIFF measuring its own profile and with the automatic
-# settings. Each line gives the elapsed time, the peak resident size and the
+# profile file, TIFF written uncompressed (what is left beside the engine
+# once deflate is out of the way), and TIFF measuring its own profile and
+# with the automatic settings. Each line gives the elapsed time, the peak resident size and the
 # output's size. Beside them the floors: the engine alone on the image in
 # memory (bench/engine_alone.c, when built), and copying the same TIFF with
 # tiffcp (decoding, and decoding plus deflate at the program's level) and cp.
@@ -79,6 +80,9 @@ for ext in tif png jpg; do
   run "denoise $ext -> $ext with a profile file" "$work/out.$ext" \
     "$murmex" denoise "$work/noisy.$ext" --profile "$work/demo.dnp" -o "$work/out.$ext" -q ${MURMEX_BENCH_OPTIONS:-}
 done
+# shellcheck disable=SC2086
+run "denoise tif -> tif with a profile, no compression" "$work/plain.tif" \
+  "$murmex" denoise "$work/noisy.tif" --profile "$work/demo.dnp" --compression none -o "$work/plain.tif" -q ${MURMEX_BENCH_OPTIONS:-}
 # shellcheck disable=SC2086
 run "denoise tif -> tif measuring the profile itself" "$work/own.tif" \
   "$murmex" denoise "$work/noisy.tif" -o "$work/own.tif" -q --library "$work/no-library" ${MURMEX_BENCH_OPTIONS:-}

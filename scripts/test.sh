@@ -14,9 +14,13 @@ filter=()
 case "$mode" in
   release) dir=build;      args=(-DCMAKE_BUILD_TYPE=Release) ;;
   asan)    dir=build-asan; args=(-DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g" -DMURMEX_SANITIZE=address,undefined -DMURMEX_BUILD_BENCH=OFF) ;;
-  tsan)    dir=build-tsan; args=(-DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g" -DMURMEX_SANITIZE=thread -DMURMEX_BUILD_BENCH=OFF -DMURMEX_BUILD_APPS=OFF)
-           # Threaded tests live in test suites whose names end in ThreadTest.
-           filter=(-R 'ThreadTest\.') ;;
+  tsan)    dir=build-tsan; args=(-DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g" -DMURMEX_SANITIZE=thread -DMURMEX_BUILD_BENCH=OFF
+                                 -DMURMEX_BUILD_GIMP=OFF -DMURMEX_BUILD_PYTHON=OFF)
+           # Threaded tests live in test suites whose names end in ThreadTest;
+           # the command-line program's runs with signals and its progress
+           # and temporary files are threaded too (the library's workers and
+           # the output's writer beside the handler).
+           filter=(-R 'ThreadTest\.|^CliInterrupt\.|^SafeWrite\.|^ProgressTest\.') ;;
   *) echo "usage: scripts/test.sh [release|asan|tsan]" >&2; exit 2 ;;
 esac
 

@@ -5,7 +5,7 @@
 namespace murmex_app {
 
 BackgroundWrite::BackgroundWrite(const std::string& path, const Image& image, RowSource& rows, ImageFormat format,
-                                 const WriteOptions& options)
+                                 const WriteOptions& options, std::function<void()> failed)
     : height_(image.height)
 {
     WriteOptions mine = options;
@@ -16,12 +16,14 @@ BackgroundWrite::BackgroundWrite(const std::string& path, const Image& image, Ro
     };
     // A new thread starts with its creator's signal mask.
     SignalBlock block;
-    thread_ = std::thread([this, path, &image, &rows, format, mine] {
+    thread_ = std::thread([this, path, &image, &rows, format, mine, failed = std::move(failed)] {
         std::exception_ptr error;
         try {
             writeImage(path, image, rows, format, mine);
         } catch (...) {
             error = std::current_exception();
+            if (failed)
+                failed();
         }
         std::lock_guard<std::mutex> lock(mutex_);
         error_ = error;

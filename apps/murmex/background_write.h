@@ -18,9 +18,11 @@ public:
     // Starts writeImage(path, image, rows, format, options) on a new thread
     // with SIGINT, SIGTERM and SIGHUP blocked, so that the program's other
     // threads handle them. options.progress is not called; wait() reports
-    // instead. image and rows must outlive the write.
+    // instead. A write that fails calls failed() on its thread at once (e.g.
+    // to stop whatever makes the rows), before wait() reports the error.
+    // image and rows must outlive the write.
     BackgroundWrite(const std::string& path, const Image& image, RowSource& rows, ImageFormat format,
-                    const WriteOptions& options);
+                    const WriteOptions& options, std::function<void()> failed = {});
     // Joins the thread (the rows must let it end: complete, or abandoned).
     ~BackgroundWrite();
     BackgroundWrite(const BackgroundWrite&) = delete;

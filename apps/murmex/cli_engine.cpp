@@ -46,7 +46,12 @@ void putScanline(void* context, int y, int xStart, int xEnd, unsigned short* pix
 
 int progressCallback(void* context, const char* stepText, float fraction)
 {
-    return static_cast<HostJob*>(context)->progress->report(userStepText(stepText ? stepText : "").c_str(), fraction);
+    const HostJob* job = static_cast<HostJob*>(context);
+    // The output's writer has failed, or the input's reader on its own
+    // thread: the rest of the work would be lost.
+    if ((job->rows && job->rows->writerStopped()) || (job->source->watch && job->source->watch->failed()))
+        return 1;
+    return job->progress->report(userStepText(stepText ? stepText : "").c_str(), fraction);
 }
 
 }  // namespace

@@ -30,8 +30,10 @@ std::vector<uint16_t> removeNoise(const Image& image, DnFilterParams params, con
                                   Progress& progress, const std::string& name);
 
 // The same, handing the result's rows to rows as they complete (for a writer
-// on another thread) instead of returning the whole image. Nothing is
-// finished or abandoned here: the caller decides once this returns.
+// on another thread) instead of returning the whole image. The library is
+// stopped, as by an interrupt, once the writer has stopped taking rows.
+// Nothing is finished or abandoned here: the caller decides once this
+// returns.
 class ResultRows;
 void removeNoise(const Image& image, DnFilterParams params, const std::vector<uint8_t>& profile, Progress& progress,
                  const std::string& name, ResultRows& rows);

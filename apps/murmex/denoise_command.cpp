@@ -22,6 +22,7 @@
 #include "host/profile_library.h"
 #include "host/progress_text.h"
 #include "progress.h"
+#include "read_ahead.h"
 #include "result_rows.h"
 #include "safe_write.h"
 #include "settings_options.h"
@@ -197,7 +198,9 @@ void denoiseOne(const DenoiseOptions& o, const Job& job, size_t index, size_t co
         return;
     }
     checkMetadataFits(job.input, job.output, job.format);
-    Image image = readImage(job.input, o.limits, Image::Layout::Source);
+    // The rows are decoded while the profile is loaded and the library works.
+    ImageReadAhead reading(job.input, o.limits);
+    Image& image = reading.image();
 
     DnFilterParams params{};
     std::vector<uint8_t> measured;
@@ -238,6 +241,8 @@ void denoiseOne(const DenoiseOptions& o, const Job& job, size_t index, size_t co
         profileText = "measured from the image";
         setDefaultSettings(params);
         measured = measureProfile(image, false, progress, job.input);
+        // The profile needs every row: a read that failed stops here.
+        reading.finish();
         throwIfInterrupted();
         o.autoSettings.apply(image, measured, params, displayName(job.input), o.output_.verbose);
     }
@@ -269,7 +274,9 @@ void denoiseOne(const DenoiseOptions& o, const Job& job, size_t index, size_t co
         options.jpegQuality = o.jpegQuality;
         options.tiffCompression = compressionNamed(o.compression);
         ResultRows rows(image);
-        BackgroundWrite writer(out.path(), image, rows, job.format, options);
+        // A writer that fails (a full disk) stops the library at its next
+        // progress call; its error is reported below.
+        BackgroundWrite writer(out.path(), image, rows, job.format, options, [&rows] { rows.close(); });
         // Whatever ends this block early lets the writer go before it is
         // joined.
         struct Abandon {
@@ -281,6 +288,9 @@ void denoiseOne(const DenoiseOptions& o, const Job& job, size_t index, size_t co
         } catch (const AppError& e) {
             throw AppError(profileCopy ? profileCopy->forUser(e.what()) : std::string(e.what()));
         }
+        if (rows.writerStopped())
+            out.write([&](const std::string&) { writer.wait([](float) {}); });
+        reading.finish();
         throwIfInterrupted();
         rows.finish();
         // The rows hold their alpha already: the source can go, before the

@@ -18,6 +18,22 @@ struct Resolution {
     bool present() const { return x > 0 && y > 0; }
 };
 
+// The rows of an image that a reader on another thread is still storing
+// (ImageReadAhead). The reader calls started() once the size, the channels
+// and the metadata are set and stored() after each row; the image's users
+// wait for the rows they read.
+class RowWatch {
+public:
+    virtual void started() = 0;
+    virtual void stored(int rows) = 0;
+    // Blocks until row y is stored; false when the read failed first.
+    virtual bool waitFor(int y) const = 0;
+    virtual bool failed() const = 0;
+
+protected:
+    ~RowWatch() = default;
+};
+
 struct Image {
     // Rgbx: rgbx and alpha hold the pixels. Source: samples holds them as the
     // source stores them, a quarter to a half smaller, converted to RGBX row
@@ -32,6 +48,7 @@ struct Image {
     std::vector<uint16_t> samples;   // Source layout: width*height*sourceChannels samples (8-bit ones scaled by 257)
     std::vector<uint8_t> icc;        // embedded ICC profile, empty if none
     Resolution resolution;           // of the source, written back to every format
+    RowWatch* watch = nullptr;       // while a reader on another thread stores the rows, else null
 };
 
 }  // namespace murmex_app

@@ -120,6 +120,11 @@ std::string oneLine(const std::string& text);
 // "cannot read <path>: <reason>" and "cannot write <path>: <reason>".
 [[noreturn]] void readFailed(const std::string& path, const std::string& reason);
 [[noreturn]] void writeFailed(const std::string& path, const std::string& reason);
+// The same for a write that failed with the system error err (errno just
+// after the failing library call, cleared before it): a full disk, a file
+// size limit or an I/O error is said in those words rather than the
+// library's ("Write error at scanline 10", "Write Error").
+[[noreturn]] void writeFailed(const std::string& path, const std::string& reason, int err);
 
 // Removes the file at `path` when it goes out of scope unless commit() was
 // called, so that a failed writer leaves no partial file behind. A writer

@@ -67,6 +67,8 @@ void allocate(Image& image, const std::string& path, int width, int height, int 
     image.samples.clear();
     if (image.layout == Image::Layout::Source)
         image.samples.reserve(static_cast<size_t>(width) * static_cast<size_t>(height) * static_cast<size_t>(channels));
+    if (image.watch)
+        image.watch->started();
 }
 
 void growTo(std::vector<uint16_t>& v, size_t perRow, size_t rows, size_t totalRows)
@@ -115,6 +117,8 @@ void storeRow(Image& image, int y, const uint16_t* samples, int channels)
         const int keep = image.sourceChannels;
         for (size_t x = 0; x < w; ++x, out += keep, samples += channels)
             std::memcpy(out, samples, static_cast<size_t>(keep) * sizeof(uint16_t));
+        if (image.watch)
+            image.watch->stored(y + 1);
         return;
     }
     uint16_t* out;
@@ -143,6 +147,8 @@ void storeRow8(Image& image, int y, const uint8_t* samples, int channels)
         for (size_t x = 0; x < w; ++x, out += keep, samples += channels)
             for (int c = 0; c < keep; ++c)
                 out[c] = static_cast<uint16_t>(samples[c] * 257);
+        if (image.watch)
+            image.watch->stored(y + 1);
         return;
     }
     uint16_t* out;
@@ -239,6 +245,13 @@ void writeFailed(const std::string& path, const std::string& reason)
     if (deviceFull(path))
         throw AppError("cannot write " + path + ": " + errnoText(ENOSPC));
     throw AppError(oneLine("cannot write " + path + ": " + reason));
+}
+
+void writeFailed(const std::string& path, const std::string& reason, int err)
+{
+    if (err == ENOSPC || err == EDQUOT || err == EFBIG || err == EIO)
+        throw AppError("cannot write " + path + ": " + errnoText(err));
+    writeFailed(path, reason);
 }
 
 ImageRows::ImageRows(const Image& image)
@@ -345,6 +358,21 @@ Image readImage(const std::string& path, const ReadLimits& limits)
     return readImage(path, limits, Image::Layout::Rgbx);
 }
 
+namespace {
+
+// Every reader stores rows in order; one that stopped early without saying
+// why has met the end of the data.
+void checkComplete(const std::string& path, const Image& image)
+{
+    const size_t stored = image.layout == Image::Layout::Source
+                              ? image.samples.size() / static_cast<size_t>(std::max(image.sourceChannels, 1))
+                              : image.rgbx.size() / 4;
+    if (stored != pixelCount(image))
+        detail::readFailed(path, "truncated file");
+}
+
+}  // namespace
+
 Image readImage(const std::string& path, const ReadLimits& limits, Image::Layout layout)
 {
     Image image;
@@ -353,19 +381,38 @@ Image readImage(const std::string& path, const ReadLimits& limits, Image::Layout
     } catch (const std::bad_alloc&) {
         detail::readFailed(path, "not enough memory");
     }
-    // Every reader stores rows in order; one that stopped early without
-    // saying why has met the end of the data.
-    const size_t stored = layout == Image::Layout::Source ? image.samples.size() / static_cast<size_t>(image.sourceChannels)
-                                                          : image.rgbx.size() / 4;
-    if (stored != pixelCount(image))
-        detail::readFailed(path, "truncated file");
+    checkComplete(path, image);
     return image;
+}
+
+bool readImageInPlace(const std::string& path, const ReadLimits& limits, Image& image)
+{
+    void (*reader)(const std::string&, const ReadLimits&, Image&) = nullptr;
+    switch (detail::detectSource(path)) {
+    case detail::SourceKind::Png: reader = detail::readPng; break;
+    case detail::SourceKind::Jpeg: reader = detail::readJpeg; break;
+    case detail::SourceKind::Tiff: reader = detail::readTiff; break;
+    default: return false;
+    }
+    try {
+        reader(path, limits, image);
+    } catch (const std::bad_alloc&) {
+        detail::readFailed(path, "not enough memory");
+    }
+    checkComplete(path, image);
+    return true;
 }
 
 void readRgbx(const Image& image, int y, int x0, int x1, uint16_t* rgbx)
 {
     const size_t w = static_cast<size_t>(image.width);
     const size_t n = static_cast<size_t>(x1 - x0 + 1);
+    if (image.watch && !image.watch->waitFor(y)) {
+        // The read failed: the job is being stopped, and these pixels are
+        // never used.
+        std::memset(rgbx, 0, n * 4 * sizeof(uint16_t));
+        return;
+    }
     if (image.layout == Image::Layout::Rgbx) {
         std::memcpy(rgbx, image.rgbx.data() + (static_cast<size_t>(y) * w + static_cast<size_t>(x0)) * 4,
                     n * 4 * sizeof(uint16_t));

@@ -27,6 +27,12 @@ Image readImage(const std::string& path, const ReadLimits& limits = {});
 // The same with the pixels in the given layout (Image::Layout::Source keeps the source's own samples).
 Image readImage(const std::string& path, const ReadLimits& limits, Image::Layout layout);
 
+// Reads a TIFF, PNG or JPEG file as readImage does, into `image`, whose
+// layout and watch are set and which stays in place while it is read (its
+// users may be reading it meanwhile, image.watch). False, nothing read, for
+// any other file (camera raw): readImage reads those.
+bool readImageInPlace(const std::string& path, const ReadLimits& limits, Image& image);
+
 // Columns x0..x1 of row y as packed RGBX (4 samples a pixel, X full scale), from either layout: what the
 // library's scanline callbacks hand over.
 void readRgbx(const Image& image, int y, int x0, int x1, uint16_t* rgbx);

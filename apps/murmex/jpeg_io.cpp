@@ -277,8 +277,9 @@ void writeJpeg(const std::string& path, const Image& image, RowSource& rows, con
         w.cinfo.err = &w.errors.mgr;
         initErrors(w.errors);
         std::vector<JSAMPLE> row(static_cast<size_t>(image.width) * 3);
+        errno = 0;
         if (!jpegCompress(w, image, rows, options, row))
-            writeFailed(path, w.errors.message);
+            writeFailed(path, w.errors.message, ferror(w.file) ? errno : 0);
         FILE* f = w.file;
         w.file = nullptr;
         const bool flushed = std::fflush(f) == 0 && !std::ferror(f);

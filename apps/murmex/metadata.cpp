@@ -22,6 +22,7 @@
 #include "file_errors.h"
 #include "image_formats.h"
 #include "jpeg_xmp.h"
+#include "tiff_directory.h"
 
 namespace murmex_app {
 
@@ -319,16 +320,18 @@ SplitXmp splitXmpForJpeg(const Exiv2::XmpData& xmp)
     return split;
 }
 
-// Puts the metadata of `source` (read from the file at `sourcePath`) into
-// `target`, an image `width` x `height` (unknown: 0), and writes it there. A
-// JPEG target whose XMP needs more than one segment gets the standard packet
-// here; the extended document it names is returned, for the caller to add.
-std::optional<SplitXmp> putMetadata(const Exiv2::Image& source, const std::string& sourcePath, Exiv2::Image& target,
-                                    int width, int height, bool pixelsUpright)
+// The EXIF and XMP that go into an output: `exif` (what the output holds
+// already) with the entries of `source` (read from the file at
+// `sourcePath`) that are carried over, the dimensions of an output `width` x
+// `height` (unknown: 0) and its orientation fixed up.
+struct OutputMetadata {
+    Exiv2::ExifData exif;
+    Exiv2::XmpData xmp;
+};
+OutputMetadata outputMetadata(const Exiv2::Image& source, const std::string& sourcePath, Exiv2::ExifData exif,
+                              bool tiffTarget, int width, int height, bool pixelsUpright)
 {
-    const bool tiffTarget = target.imageType() == Exiv2::ImageType::tiff;
     const Exiv2::ExifData& sourceExif = source.exifData();
-    Exiv2::ExifData exif = target.exifData();
     for (const Exiv2::Exifdatum& d : sourceExif) {
         if (!carriedOver(d, tiffTarget))
             continue;
@@ -364,6 +367,20 @@ std::optional<SplitXmp> putMetadata(const Exiv2::Image& source, const std::strin
     if (pixelsUpright && xmp.findKey(Exiv2::XmpKey("Xmp.tiff.Orientation")) != xmp.end())
         xmp["Xmp.tiff.Orientation"] = "1";
 
+    return {std::move(exif), std::move(xmp)};
+}
+
+// Puts the metadata of `source` (read from the file at `sourcePath`) into
+// `target`, an image `width` x `height` (unknown: 0), and writes it there. A
+// JPEG target whose XMP needs more than one segment gets the standard packet
+// here; the extended document it names is returned, for the caller to add.
+std::optional<SplitXmp> putMetadata(const Exiv2::Image& source, const std::string& sourcePath, Exiv2::Image& target,
+                                    int width, int height, bool pixelsUpright)
+{
+    const bool tiffTarget = target.imageType() == Exiv2::ImageType::tiff;
+    OutputMetadata m = outputMetadata(source, sourcePath, target.exifData(), tiffTarget, width, height, pixelsUpright);
+    Exiv2::ExifData& exif = m.exif;
+    Exiv2::XmpData& xmp = m.xmp;
     target.setExifData(exif);
     std::optional<SplitXmp> split;
     if (target.imageType() == Exiv2::ImageType::jpeg && !xmp.empty()) {
@@ -393,6 +410,60 @@ bool readUpright(const std::string& from)
     } catch (const AppError&) {
         return false;
     }
+}
+
+// Adds the metadata of `source` to the TIFF file `to` as Exiv2 would write
+// it, without rewriting the file (tiff_directory.h): the same entries from
+// the same rules. False, the file untouched, when `to` is not a TIFF that
+// can be extended so or an entry has a type classic TIFF does not know.
+bool appendToTiff(const Exiv2::Image& source, const std::string& from, const std::string& to)
+{
+    detail::TiffShape shape;
+    if (!detail::extendableTiff(to) || !detail::readTiffShape(to, shape))
+        return false;
+    Exiv2::ExifData own;
+    if (const std::optional<uint16_t> orientation = detail::tiffFirstDirectoryShort(to, 274))
+        setExifShort(own, "Exif.Image.Orientation", *orientation);
+    const OutputMetadata m = outputMetadata(source, from, own, true, static_cast<int>(shape.width),
+                                            static_cast<int>(shape.height), readUpright(from));
+    detail::TiffMetadataEntries entries;
+    for (const Exiv2::Exifdatum& d : m.exif) {
+        const std::string group = d.groupName();
+        std::vector<detail::TiffEntry>* list = group == "Image"     ? &entries.image
+                                               : group == "Photo"   ? &entries.exif
+                                               : group == "GPSInfo" ? &entries.gps
+                                               : group == "Iop"     ? &entries.interop
+                                                                    : nullptr;
+        const uint32_t typeSize = detail::tiffTypeSize(static_cast<uint16_t>(d.typeId()));
+        const long size = d.size();
+        if (!list || typeSize == 0 || size <= 0 || size % typeSize != 0)
+            return false;
+        // Exiv2 keeps a TIFF's own resolution tags, which the writer took
+        // from the image.
+        if (list == &entries.image && (d.tag() == 282 || d.tag() == 283 || d.tag() == 296))
+            continue;
+        detail::TiffEntry e;
+        e.tag = d.tag();
+        e.type = static_cast<uint16_t>(d.typeId());
+        e.count = static_cast<uint32_t>(size / typeSize);
+        e.value.resize(static_cast<size_t>(size));
+        d.copy(e.value.data(), Exiv2::littleEndian);
+        list->push_back(std::move(e));
+    }
+    if (!m.xmp.empty()) {
+        // As Exiv2 writes a TIFF's XMP: the compact packet, as bytes.
+        std::string packet;
+        if (Exiv2::XmpParser::encode(packet, m.xmp) > 1)
+            return false;
+        if (!packet.empty())
+            entries.image.push_back({700, 1, static_cast<uint32_t>(packet.size()), {packet.begin(), packet.end()}});
+    }
+    if (!detail::appendTiffMetadata(to, entries))
+        return false;
+    detail::TiffShape after;
+    if (!detail::readTiffShape(to, after) || !(after == shape))
+        throw AppError("cannot write metadata to " + to + ": the metadata writer changed the image structure");
+    return true;
 }
 
 // The smallest JPEG that Exiv2 writes metadata into: one grey pixel's frame
@@ -451,6 +522,13 @@ void copyMetadata(const std::string& from, const std::string& to)
     }
     if (!source || (source->exifData().empty() && source->xmpData().empty()))
         return;
+
+    try {
+        if (appendToTiff(*source, from, to))
+            return;
+    } catch (const Exiv2::AnyError& e) {
+        throw AppError(detail::oneLine("cannot write metadata to " + to + ": " + e.what()));
+    }
 
     std::unique_ptr<Exiv2::Image> target;
     try {

@@ -290,12 +290,15 @@ void writePng(const std::string& path, const Image& image, RowSource& rows, cons
                             image.icc, image.resolution))
             writeFailed(path, s.message);
         for (int y = 0; y < image.height; ++y) {
-            if (!pngWriteRow(s, rows.row(y)))
-                writeFailed(path, s.message);
+            const uint16_t* row = rows.row(y);
+            errno = 0;
+            if (!pngWriteRow(s, row))
+                writeFailed(path, s.message, errno);
             reportRow(options, y, image.height);
         }
+        errno = 0;
         if (!pngWriteEnd(s))
-            writeFailed(path, s.message);
+            writeFailed(path, s.message, errno);
         png_destroy_write_struct(&s.png, &s.info);
         FILE* f = s.file;
         s.file = nullptr;

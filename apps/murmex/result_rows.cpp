@@ -59,7 +59,7 @@ void ResultRows::assemble(Row& r, std::vector<uint16_t> base)
 
 void ResultRows::put(int y, int x0, int x1, const uint16_t* rgbx)
 {
-    if (y < 0 || y >= height_ || x0 < 0 || x1 >= width_ || x1 < x0)
+    if (y < 0 || y >= height_ || x0 < 0 || x1 >= width_ || x1 < x0 || writerStopped())
         return;
     const bool wholeRow = x0 == 0 && x1 == width_ - 1;
     std::vector<uint16_t> samples;
@@ -71,6 +71,8 @@ void ResultRows::put(int y, int x0, int x1, const uint16_t* rgbx)
     }
     convert(y, x0, x1, rgbx, samples.data());
     std::lock_guard<std::mutex> lock(mutex_);
+    if (writerStopped())
+        return;
     Row& r = rows_[static_cast<size_t>(y)];
     // The library puts each column of a row once (strips share their edge
     // column, computed alike by both); a put to a complete row that the
@@ -97,6 +99,8 @@ void ResultRows::finish()
 {
     const std::vector<uint16_t> black(static_cast<size_t>(width_) * 4, 0);
     std::lock_guard<std::mutex> lock(mutex_);
+    if (writerStopped())
+        return;
     for (int y = 0; y < height_; ++y) {
         Row& r = rows_[static_cast<size_t>(y)];
         if (r.whole.empty() && !r.written) {
@@ -106,6 +110,15 @@ void ResultRows::finish()
         }
     }
     ready_.notify_all();
+}
+
+void ResultRows::close()
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    closed_ = true;
+    std::vector<Row>(rows_.size()).swap(rows_);
+    std::vector<std::vector<uint16_t>>().swap(pool_);
+    taken_ = -1;
 }
 
 void ResultRows::abandon()

@@ -8,11 +8,12 @@
 // still missing columns (the earlier strips' share) and the rows the writer
 // has not reached yet.
 //
-// Thread rules: put() from any thread, several at once; row() from the one
-// writer thread; finish() and abandon() from the thread that called the
-// library, once it has returned.
+// Thread rules: put() and writerStopped() from any thread, several at once;
+// row() and close() from the one writer thread; finish() and abandon() from
+// the thread that called the library, once it has returned.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -46,6 +47,12 @@ public:
     // previous row's buffer goes back to the pool.
     uint16_t* row(int y) override;
 
+    // The writer failed and takes no more rows: the rows held are freed and
+    // later puts are dropped. The library should then be stopped
+    // (writerStopped() tells its progress callback).
+    void close();
+    bool writerStopped() const { return closed_.load(std::memory_order_relaxed); }
+
 private:
     struct Piece {
         int x0, x1;
@@ -75,6 +82,7 @@ private:
     std::vector<std::vector<uint16_t>> pool_;  // full-row buffers for reuse
     int taken_ = -1;                           // the row the writer holds
     bool abandoned_ = false;
+    std::atomic<bool> closed_{false};
 };
 
 }  // namespace murmex_app

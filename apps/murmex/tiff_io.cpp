@@ -322,8 +322,9 @@ void writeDeflateStrips(TIFF* t, const std::string& path, const Image& image, Ro
         for (int k = 0; k < count; ++k) {
             const DeflateStrip& s = strips[k];
             const uint32_t strip = static_cast<uint32_t>(first[k]) / rowsPerStrip;
+            errno = 0;
             if (TIFFWriteRawStrip(t, strip, const_cast<uint8_t*>(s.coded.data()), static_cast<tmsize_t>(s.coded.size())) < 0)
-                writeFailed(path, lastTiffError("cannot write a row"));
+                writeFailed(path, lastTiffError("cannot write a row"), errno);
             for (size_t r = 0; r < s.rows; ++r)
                 reportRow(options, first[k] + static_cast<int>(r), height);
         }
@@ -535,13 +536,16 @@ void writeTiff(const std::string& path, const Image& image, RowSource& rows, con
         writeDeflateStrips(t, path, image, rows, spp, std::max<uint32_t>(rowsPerStrip, 1), options);
     } else {
         for (int y = 0; y < image.height; ++y) {
-            if (TIFFWriteScanline(t, rows.row(y), static_cast<uint32_t>(y), 0) < 0)
-                writeFailed(path, lastTiffError("cannot write a row"));
+            uint16_t* row = rows.row(y);
+            errno = 0;
+            if (TIFFWriteScanline(t, row, static_cast<uint32_t>(y), 0) < 0)
+                writeFailed(path, lastTiffError("cannot write a row"), errno);
             reportRow(options, y, image.height);
         }
     }
+    errno = 0;
     if (!TIFFFlush(t))
-        writeFailed(path, lastTiffError("cannot finish the file"));
+        writeFailed(path, lastTiffError("cannot finish the file"), errno);
     tif.reset();
     if (!tiffError.empty())
         writeFailed(path, tiffError);

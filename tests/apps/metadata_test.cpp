@@ -6,6 +6,7 @@
 
 #include <tiffio.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -266,6 +267,65 @@ TEST(CopyMetadataTest, TiffToTiffKeepsTheOutputsOwnLayout)
     expectCameraInfo(readCameraInfo(dir.file("out.tif")));
     expectTiff16(dir.file("out.tif"), 7, 5, 3);
     expectSamePixels(out, readImage(dir.file("out.tif")));
+}
+
+TEST(CopyMetadataTest, ATiffOutputGainsTheMetadataAtItsEndWithoutItsImageDataBeingRewritten)
+{
+    TempDir dir;
+    writeImage(dir.file("in.jpg"), smoothImage(16, 8), ImageFormat::Jpeg);
+    writeCameraExif(dir.file("in.jpg"));
+    {
+        auto image = Exiv2::ImageFactory::open(dir.file("in.jpg"));
+        image->readMetadata();
+        Exiv2::ExifData exif = image->exifData();
+        exif["Exif.Image.Orientation"] = uint16_t(6);
+        exif["Exif.Photo.UserComment"] = "charset=Ascii a comment longer than four bytes";
+        exif["Exif.GPSInfo.GPSLatitudeRef"] = "N";
+        Exiv2::URationalValue latitude;
+        latitude.read("52/1 13/1 30/10");
+        exif.add(Exiv2::ExifKey("Exif.GPSInfo.GPSLatitude"), &latitude);
+        exif["Exif.Iop.InteroperabilityIndex"] = "R98";
+        image->setExifData(exif);
+        image->writeMetadata();
+    }
+    Image out = randomImage(16, 8, 3, 4);
+    out.icc = testIccProfile();
+    writeImage(dir.file("out.tif"), out, ImageFormat::Tiff);
+    const auto before = murmex_test::readFileBytes(dir.file("out.tif"));
+    copyMetadata(dir.file("in.jpg"), dir.file("out.tif"));
+    const auto after = murmex_test::readFileBytes(dir.file("out.tif"));
+
+    // Only the header's pointer to the first directory changed; the rest
+    // was added after the end.
+    ASSERT_GT(after.size(), before.size());
+    EXPECT_TRUE(std::equal(before.begin() + 8, before.end(), after.begin() + 8));
+    // Every entry that travels reads back as the source holds it.
+    auto source = Exiv2::ImageFactory::open(dir.file("in.jpg"));
+    source->readMetadata();
+    auto target = Exiv2::ImageFactory::open(dir.file("out.tif"));
+    target->readMetadata();
+    size_t compared = 0;
+    for (const Exiv2::Exifdatum& d : source->exifData()) {
+        const std::string group = d.groupName();
+        if (group != "Photo" && group != "GPSInfo" && group != "Iop" && d.key() != "Exif.Image.Make" &&
+            d.key() != "Exif.Image.Model" && d.key() != "Exif.Image.Artist")
+            continue;
+        if (d.tagName() == "PixelXDimension" || d.tagName() == "PixelYDimension" || d.tagName() == "InteroperabilityTag")
+            continue;
+        const auto it = target->exifData().findKey(Exiv2::ExifKey(d.key()));
+        ASSERT_NE(it, target->exifData().end()) << d.key();
+        EXPECT_EQ(it->toString(), d.toString()) << d.key();
+        EXPECT_EQ(it->typeId(), d.typeId()) << d.key();
+        ++compared;
+    }
+    EXPECT_GE(compared, 14u);
+    EXPECT_EQ(exifValue(dir.file("out.tif"), "Exif.Image.Orientation"), "6");
+    EXPECT_EQ(exifValue(dir.file("out.tif"), "Exif.Photo.PixelXDimension"), "16");
+    EXPECT_EQ(xmpValue(dir.file("out.tif"), "Xmp.dc.creator"), "A. Tester");
+    expectTiff16(dir.file("out.tif"), 16, 8, 3);
+    const Image back = readImage(dir.file("out.tif"));
+    expectSamePixels(out, back);
+    EXPECT_EQ(back.icc, out.icc);
 }
 
 TEST(CopyMetadataTest, SourceWithoutMetadataLeavesTheOutputUntouched)
