@@ -76,11 +76,7 @@ int movingSumsSSE(const float* const* rows, float* out, float* sums, int w, int 
     return movingSums4(rows, out, sums, w, s);
 }
 
-// At most 32 rows at a time: four vectors of 8 lanes (AVX2) or two of 16
-// (AVX-512). Blocks of 64 rows were faster for the node alone, but in the
-// denoise driver they left their rows out of the cache before the shrink
-// read them: the whole engine took about 10% longer.
-constexpr int kMaxRows = 32;
+using lane_table::kMaxRows;
 
 MURMEX_TARGET_BEGIN("avx2,fma")
 namespace avx2 {
