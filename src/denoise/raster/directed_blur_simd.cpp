@@ -21,6 +21,7 @@
 
 #include "base/cpu_info.h"
 #include "denoise/raster/directed_blur.h"
+#include "denoise/raster/lane_table.h"
 #include "base/simd_target.h"
 
 namespace {
@@ -28,10 +29,10 @@ namespace {
 MURMEX_TARGET_BEGIN("avx2,fma")
 namespace avx2 {
 
-struct Lanes {
-    using F = __m256;
+// The plain operations are the variance passes'; the blur adds masked tails,
+// min, max and absolute differences.
+struct Lanes : lane_table::avx2::Lanes {
     using Mask = __m256i;
-    static constexpr int kWidth = 8;
 
     template <bool Tail>
     static F load(const float* p, Mask mask)
@@ -53,14 +54,8 @@ struct Lanes {
     {
         return _mm256_cmpgt_epi32(_mm256_set1_epi32(count), _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7));
     }
-    static F set1(float f) { return _mm256_set1_ps(f); }
-    static F zero() { return _mm256_setzero_ps(); }
-    static F add(F a, F b) { return _mm256_add_ps(a, b); }
-    static F mul(F a, F b) { return _mm256_mul_ps(a, b); }
-    static F div(F a, F b) { return _mm256_div_ps(a, b); }
     static F min(F a, F b) { return _mm256_min_ps(a, b); }
     static F max(F a, F b) { return _mm256_max_ps(a, b); }
-    static F fmadd(F a, F b, F c) { return _mm256_fmadd_ps(a, b, c); }
     static F absDiff(F v, F c)
     {
         return _mm256_and_ps(_mm256_sub_ps(v, c), _mm256_castsi256_ps(_mm256_set1_epi32(0x7fffffff)));
@@ -75,10 +70,10 @@ MURMEX_TARGET_END
 MURMEX_TARGET_BEGIN("avx512f,avx512dq,avx512bw,avx512vl,fma")
 namespace avx512 {
 
-struct Lanes {
-    using F = __m512;
+// The plain operations are the variance passes'; the blur adds masked tails,
+// min, max and absolute differences.
+struct Lanes : lane_table::avx512::Lanes {
     using Mask = __mmask16;
-    static constexpr int kWidth = 16;
 
     template <bool Tail>
     static F load(const float* p, Mask mask)
@@ -97,16 +92,10 @@ struct Lanes {
             _mm512_storeu_ps(p, v);
     }
     static Mask tailMask(int count) { return static_cast<Mask>((1u << count) - 1u); }
-    static F set1(float f) { return _mm512_set1_ps(f); }
-    static F zero() { return _mm512_setzero_ps(); }
-    static F add(F a, F b) { return _mm512_add_ps(a, b); }
-    static F mul(F a, F b) { return _mm512_mul_ps(a, b); }
-    static F div(F a, F b) { return _mm512_div_ps(a, b); }
     // The all-lanes masked forms of min and max are the plain instructions;
     // GCC 12 warns about the unmasked intrinsics' undefined pass-through operand.
     static F min(F a, F b) { return _mm512_maskz_min_ps(static_cast<Mask>(0xffff), a, b); }
     static F max(F a, F b) { return _mm512_maskz_max_ps(static_cast<Mask>(0xffff), a, b); }
-    static F fmadd(F a, F b, F c) { return _mm512_fmadd_ps(a, b, c); }
     static F absDiff(F v, F c) { return _mm512_abs_ps(_mm512_sub_ps(v, c)); }
 };
 
