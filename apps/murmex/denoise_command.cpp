@@ -303,7 +303,9 @@ void denoiseOne(const DenoiseOptions& o, const Job& job, size_t index, size_t co
         out.write([&](const std::string& path) {
             writer.wait([&](float done) { progress.report(writing.c_str(), 0.95f * done); });
             // The library's and the rows' freed memory goes back to the
-            // system before the metadata step, which reads both files whole.
+            // system before the metadata step, which reads both files whole
+            // for PNG and JPEG outputs (a TIFF only gets its directories
+            // appended).
             malloc_trim(0);
             copyMetadata(job.input, path);
         });
