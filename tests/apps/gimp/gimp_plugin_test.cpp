@@ -128,6 +128,29 @@ pid_t parentOf(pid_t pid)
     return parent;
 }
 
+// Processor seconds that process pid has used so far, from /proc; -1 when
+// it has ended.
+double cpuSeconds(pid_t pid)
+{
+    const std::string stat = readText("/proc/" + std::to_string(pid) + "/stat");
+    const size_t close = stat.rfind(')');
+    if (close == std::string::npos)
+        return -1;
+    // After the name: the state, ten more fields, then user and system
+    // ticks. A zombie has ended already.
+    std::istringstream fields(stat.substr(close + 2));
+    std::string skipped;
+    fields >> skipped;
+    if (skipped == "Z")
+        return -1;
+    for (int i = 0; i < 10; ++i)
+        fields >> skipped;
+    long long user = 0, system = 0;
+    if (!(fields >> user >> system))
+        return -1;
+    return static_cast<double>(user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
+}
+
 // The build's plug-in running a procedure (not answering GIMP's query at
 // start-up) under the process tree of root (GIMP started by timeout), or -1.
 pid_t runningPlugin(pid_t root)
@@ -541,7 +564,7 @@ TEST_F(GimpPluginTest, MissingOrCorruptProfileFailsAndLeavesTheImageUnchanged)
 // need be: whatever the plug-in was doing, nothing is merged.
 TEST_F(GimpPluginTest, PluginEndedMidRunLeavesTheImageUnchanged)
 {
-    const std::string input = photo("photo.tif", 3000, 2000);
+    const std::string input = photo("photo.tif", 4000, 3000);
     const pid_t gimp = startGimp({load(input), denoise("1", "measure", kDefaultArgs), save("1", path("out.tif"))});
     pid_t plugin = -1;
     for (int i = 0; i < 1200 && plugin < 0; ++i) {
@@ -549,7 +572,14 @@ TEST_F(GimpPluginTest, PluginEndedMidRunLeavesTheImageUnchanged)
         plugin = runningPlugin(gimp);
     }
     ASSERT_GT(plugin, 0) << "the plug-in did not start";
-    usleep(1000000);  // reading the layer and measuring its noise by now
+    // Ended by the work it has done rather than by the clock, so that a fast
+    // machine does not see it finish first: by half a second of processor
+    // time it has read the layer and is measuring or removing noise, well
+    // short of the whole run.
+    double used = 0;
+    while ((used = cpuSeconds(plugin)) >= 0 && used < 0.5)
+        usleep(10000);
+    ASSERT_GE(used, 0) << "the plug-in finished before it could be ended";
     kill(plugin, SIGKILL);
     const GimpLog log = finishGimp(gimp);
     EXPECT_EQ(log.failed(), 1u) << log.text;
