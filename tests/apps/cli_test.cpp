@@ -9,8 +9,8 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <cctype>
 #include <map>
-#include <regex>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -32,6 +32,41 @@ using murmex_app::readImage;
 using murmex_app::writeImage;
 
 namespace fs = std::filesystem;
+
+bool isDigit(char c)
+{
+    return std::isdigit(static_cast<unsigned char>(c)) != 0;
+}
+
+// "murmex X.Y.Z" and a newline, with whole numbers X, Y and Z.
+bool isVersionLine(const std::string& s)
+{
+    const std::string prefix = "murmex ";
+    if (s.rfind(prefix, 0) != 0 || s.back() != '\n')
+        return false;
+    int dots = 0;
+    bool digits = false;
+    for (size_t i = prefix.size(); i + 1 < s.size(); ++i) {
+        if (isDigit(s[i])) {
+            digits = true;
+        } else if (s[i] == '.' && digits) {
+            ++dots;
+            digits = false;
+        } else {
+            return false;
+        }
+    }
+    return digits && dots == 2;
+}
+
+// A percentage as a progress bar shows it: a digit, then "% ".
+bool showsPercent(const std::string& s)
+{
+    for (size_t at = s.find("% "); at != std::string::npos; at = s.find("% ", at + 1))
+        if (at > 0 && isDigit(s[at - 1]))
+            return true;
+    return false;
+}
 
 int collect(void* context, int, int, const DnNoiseSample* sample)
 {
@@ -512,7 +547,7 @@ TEST(CliHelp, VersionHelpCommandAndUnknownCommands)
 {
     RunResult r = runMurmex({"--version"});
     EXPECT_EQ(r.status, 0);
-    EXPECT_TRUE(std::regex_match(r.out, std::regex("murmex [0-9]+\\.[0-9]+\\.[0-9]+\n"))) << r.out;
+    EXPECT_TRUE(isVersionLine(r.out)) << r.out;
 
     r = runMurmex({"help"});
     EXPECT_EQ(r.status, 0) << r.err;
@@ -729,7 +764,7 @@ TEST(CliProgress, TheBarKeepsWithinANarrowTerminalWithItsPercentageAndStep)
     for (const std::string& bar : bars) {
         const long characters = std::count_if(bar.begin(), bar.end(), [](char c) { return (c & 0xC0) != 0x80; });
         EXPECT_LT(characters, columns) << bar;
-        EXPECT_TRUE(std::regex_search(bar, std::regex("[0-9]+% "))) << bar;
+        EXPECT_TRUE(showsPercent(bar)) << bar;
         removing = removing || contains(bar, "% Removing noise");
         writing = writing || contains(bar, "% Writing");
     }
