@@ -57,7 +57,7 @@ void setNoise(JNoiseFilterSettings& s, float y, float chroma)
         }
 }
 
-// Records the columns the engine asks for.
+// Records the columns the engine asks for, and how often it reads each row.
 class RecordingImage : public MemoryImage {
 public:
     using MemoryImage::MemoryImage;
@@ -65,8 +65,11 @@ public:
     {
         minX = std::min(minX, xStart);
         maxX = std::max(maxX, xEnd);
+        reads.resize(std::max(reads.size(), static_cast<size_t>(y) + 1));
+        ++reads[static_cast<size_t>(y)];
         MemoryImage::getScanline(y, xStart, xEnd, pixels);
     }
+    std::vector<int> reads;
     void resampleInterleaved(int y, int, int) override { resampled.push_back(y); }
     int minX = INT_MAX;
     int maxX = INT_MIN;
@@ -347,6 +350,36 @@ TEST_F(DenoiseThreadTest, CancellationStopsAfterTheCurrentBatchAndStillReportsTh
     for (int y = 0; y < 200; ++y)
         written += out.writeCounts()[static_cast<size_t>(y) * 64] > 0;
     EXPECT_EQ(written, 20);  // one batch: two workers, ten rows each
+}
+
+// The deepest pipeline, cut into small batches for several workers, reads
+// every input row once: no row of any node above the input was dropped while
+// a later batch still needed it.
+TEST_F(DenoiseThreadTest, WorkersReadEveryInputRowOnceInTheDeepestPipeline)
+{
+    const int width = 40, height = 1500;
+    MemoryImage scene = murmex_test::makeScene(width, height);
+    JNoiseFilterSettings settings;
+    setNoise(settings, 4e-4f, 2e-4f);
+    settings.setUSMAmount(3.0f);
+    settings.setUSMRadius(3.0f);
+    JDenoise::denoise_levels_override = 5;
+    for (bool turbo : {false, true})
+        for (int threads : {1, 3}) {
+            RecordingImage in(width, height);
+            in.data() = scene.data();
+            JDenoise::rows_per_thread_override = 5;
+            MemoryImage out(width, height);
+            JDenoise d;
+            d.setFilterSettings(&settings);
+            d.setTurbo(turbo);
+            d.setNumThreads(threads);
+            JRect<int> whole(0, 0, width, height);
+            ASSERT_TRUE(d.removeNoise(&in, &whole, &out, nullptr));
+            ASSERT_EQ(in.reads.size(), static_cast<size_t>(height));
+            EXPECT_EQ(std::count(in.reads.begin(), in.reads.end(), 1), height)
+                << threads << " workers, turbo " << turbo;
+        }
 }
 
 TEST_F(DenoiseThreadTest, ResultDoesNotDependOnWorkerCountOrBatchSize)
