@@ -114,34 +114,33 @@ int spawn(const std::vector<std::string>& args, const std::vector<std::string>& 
     return finish(start(args, env, logPath));
 }
 
-// The parent of process pid, from /proc; -1 when it is gone.
-pid_t parentOf(pid_t pid)
+// The fields of /proc/pid/stat after the process's name, from its state
+// on; empty when the process is gone.
+std::istringstream statFields(pid_t pid)
 {
     const std::string stat = readText("/proc/" + std::to_string(pid) + "/stat");
     const size_t close = stat.rfind(')');
-    if (close == std::string::npos)
-        return -1;
-    std::istringstream fields(stat.substr(close + 2));
+    return std::istringstream(close == std::string::npos ? std::string() : stat.substr(close + 1));
+}
+
+// The parent of process pid; -1 when it is gone.
+pid_t parentOf(pid_t pid)
+{
+    std::istringstream fields = statFields(pid);
     char state = 0;
     pid_t parent = -1;
     fields >> state >> parent;
     return parent;
 }
 
-// Processor seconds that process pid has used so far, from /proc; -1 when
-// it has ended.
+// Processor seconds that process pid has used so far; -1 when it has ended.
 double cpuSeconds(pid_t pid)
 {
-    const std::string stat = readText("/proc/" + std::to_string(pid) + "/stat");
-    const size_t close = stat.rfind(')');
-    if (close == std::string::npos)
-        return -1;
-    // After the name: the state, ten more fields, then user and system
-    // ticks. A zombie has ended already.
-    std::istringstream fields(stat.substr(close + 2));
+    // The state, ten more fields, then user and system ticks. A zombie has
+    // ended already.
+    std::istringstream fields = statFields(pid);
     std::string skipped;
-    fields >> skipped;
-    if (skipped == "Z")
+    if (!(fields >> skipped) || skipped == "Z")
         return -1;
     for (int i = 0; i < 10; ++i)
         fields >> skipped;
