@@ -241,9 +241,10 @@ void denoiseOne(const DenoiseOptions& o, const Job& job, size_t index, size_t co
         profileText = "measured from the image";
         setDefaultSettings(params);
         measured = measureProfile(image, false, progress, job.input);
-        // The profile needs every row: a read that failed stops here.
-        reading.finish();
+        // The profile needs every row: a read that failed stops here. A
+        // Ctrl-C comes first, so that the rest of the file is not read.
         throwIfInterrupted();
+        reading.finish();
         o.autoSettings.apply(image, measured, params, displayName(job.input), o.output_.verbose);
     }
     o.settings.applyTo(params);
@@ -290,8 +291,8 @@ void denoiseOne(const DenoiseOptions& o, const Job& job, size_t index, size_t co
         }
         if (rows.writerStopped())
             out.write([&](const std::string&) { writer.wait([](float) {}); });
-        reading.finish();
         throwIfInterrupted();
+        reading.finish();
         rows.finish();
         // The rows hold their alpha already: the source can go, before the
         // metadata is copied.

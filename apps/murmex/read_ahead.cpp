@@ -3,6 +3,12 @@
 #include "interrupt.h"
 
 namespace murmex_app {
+namespace {
+
+// Thrown from the decoder's row loop to end a read that is no longer wanted.
+struct ReadStopped {};
+
+}  // namespace
 
 ImageReadAhead::ImageReadAhead(const std::string& path, const ReadLimits& limits)
 {
@@ -13,14 +19,16 @@ ImageReadAhead::ImageReadAhead(const std::string& path, const ReadLimits& limits
     SignalBlock block;
     thread_ = std::thread([this, path, limits] {
         std::exception_ptr error;
-        bool read = false;
+        bool read = false, stopped = false;
         try {
             read = readImageInPlace(path, limits, image_);
+        } catch (const ReadStopped&) {
+            stopped = true;
         } catch (...) {
             error = std::current_exception();
         }
         std::lock_guard<std::mutex> lock(mutex_);
-        if (!read && !error) {
+        if (!read && !error && !stopped) {
             // Camera raw: read at once (in a fresh image, as a decoder
             // trying several formats needs).
             try {
@@ -43,6 +51,12 @@ ImageReadAhead::ImageReadAhead(const std::string& path, const ReadLimits& limits
 
 ImageReadAhead::~ImageReadAhead()
 {
+    stop();
+}
+
+void ImageReadAhead::stop()
+{
+    stopping_.store(true, std::memory_order_release);
     if (thread_.joinable())
         thread_.join();
 }
@@ -57,8 +71,14 @@ void ImageReadAhead::started()
 void ImageReadAhead::stored(int rows)
 {
     rows_.store(rows, std::memory_order_release);
-    std::lock_guard<std::mutex> lock(mutex_);
-    changed_.notify_all();
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        changed_.notify_all();
+    }
+    // The decoders keep their files and library state in objects that close
+    // them as this unwinds.
+    if (stopping_.load(std::memory_order_acquire))
+        throw ReadStopped{};
 }
 
 bool ImageReadAhead::waitFor(int y) const

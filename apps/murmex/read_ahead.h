@@ -25,8 +25,7 @@ public:
     // Starts reading path (TIFF, PNG or JPEG) into an image in the Source
     // layout; other files (camera raw) are read here, at once.
     ImageReadAhead(const std::string& path, const ReadLimits& limits);
-    // Waits for the reader (a job stopped early still waits for the rest of
-    // the decoding).
+    // stop().
     ~ImageReadAhead();
     ImageReadAhead(const ImageReadAhead&) = delete;
     ImageReadAhead& operator=(const ImageReadAhead&) = delete;
@@ -37,6 +36,12 @@ public:
     // Waits for the whole image and rethrows the read's error. The image is
     // then an ordinary one.
     Image& finish();
+    // Stops the reader at its next row (a job that ends early need not wait
+    // for the rest of the file) and waits for it; the image then holds the
+    // rows read so far.
+    void stop();
+    // Rows decoded so far.
+    int rowsRead() const { return rows_.load(std::memory_order_acquire); }
 
 private:
     void started() override;
@@ -47,6 +52,7 @@ private:
     Image image_;
     std::atomic<int> rows_{0};
     std::atomic<bool> failed_{false};
+    std::atomic<bool> stopping_{false};
     mutable std::mutex mutex_;
     mutable std::condition_variable changed_;
     bool started_ = false, done_ = false;

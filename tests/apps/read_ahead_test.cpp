@@ -96,6 +96,22 @@ TEST(ImageReadAheadThreadTest, AReadThatFailsWakesTheWaitingThreadsAndReportsThe
     }
 }
 
+TEST(ImageReadAheadThreadTest, StoppingEndsTheDecodingAtTheNextRow)
+{
+    TempDir dir;
+    for (const char* name : {"big.tif", "big.png", "big.jpg"}) {
+        const std::string path = dir.file(name);
+        writeImage(path, randomImage(3000, 2000, 3, 4), murmex_app::formatForPath(path));
+        ImageReadAhead reading(path, {});
+        const int height = reading.image().height;
+        reading.stop();
+        const int rows = reading.rowsRead();
+        EXPECT_LT(rows, height) << name << ": the whole file was decoded";
+        reading.stop();  // once stopped, again does nothing
+        EXPECT_EQ(reading.rowsRead(), rows) << name;
+    }
+}
+
 TEST(ImageReadAheadThreadTest, TheProgramStopsOnAnInputThatFailsHalfWayAndWritesNothing)
 {
     TempDir dir;
