@@ -183,6 +183,12 @@ bool pngWriteHeader(PngState& s, png_uint_32 width, png_uint_32 height, bool gre
     // instead of 9.0 MB). Measured on the loaded two-core build machine.
     png_set_compression_level(s.png, 3);
     png_set_compression_strategy(s.png, Z_RLE);
+    // Every row differenced from its left neighbour, as the TIFF outputs'
+    // predictor does, instead of trying the five filters on each row and
+    // keeping the best: a third of the writing's processor time went to the
+    // trials. The denoised 12-megapixel demo scene is then written in 2.0 s
+    // instead of 3.2 s end to end, 0.8 % larger (61.3 MB instead of 60.8 MB).
+    png_set_filter(s.png, PNG_FILTER_TYPE_BASE, PNG_FILTER_SUB);
     png_write_info(s.png, s.info);
     if (littleEndianHost())
         png_set_swap(s.png);

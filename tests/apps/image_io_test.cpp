@@ -7,6 +7,10 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+
+#include <png.h>
+#include <zlib.h>
 
 #include <gtest/gtest.h>
 
@@ -196,6 +200,48 @@ TEST(ImageIoTest, WrittenPngHoldsBigEndianSamples)
     std::fclose(f);
     const std::vector<uint8_t> expected = {0x12, 0x34, 0xab, 0xcd, 0x00, 0x01};
     EXPECT_EQ(row, expected);
+}
+
+// Every row of a written PNG is stored with the Sub filter: each byte less
+// the byte one pixel to its left.
+TEST(ImageIoTest, WrittenPngRowsAreDifferencedFromTheLeft)
+{
+    TempDir dir;
+    const Image im = randomImage(7, 5, 3, 11);
+    writeImage(dir.file("s.png"), im, ImageFormat::Png);
+    std::ifstream in(dir.file("s.png"), std::ios::binary);
+    const std::string file((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::string compressed;
+    for (size_t at = 8; at + 12 <= file.size();) {
+        const auto byte = [&](size_t i) { return static_cast<uint32_t>(static_cast<uint8_t>(file[i])); };
+        const uint32_t length = byte(at) << 24 | byte(at + 1) << 16 | byte(at + 2) << 8 | byte(at + 3);
+        if (file.compare(at + 4, 4, "IDAT") == 0)
+            compressed += file.substr(at + 8, length);
+        at += 12 + length;
+    }
+    const size_t rowBytes = 1 + 7 * 3 * 2;
+    std::vector<uint8_t> rows(5 * rowBytes);
+    uLongf size = rows.size();
+    ASSERT_EQ(uncompress(rows.data(), &size, reinterpret_cast<const Bytef*>(compressed.data()), compressed.size()), Z_OK);
+    ASSERT_EQ(size, rows.size());
+    for (size_t y = 0; y < 5; ++y) {
+        const uint8_t* row = rows.data() + y * rowBytes;
+        EXPECT_EQ(row[0], PNG_FILTER_VALUE_SUB) << "row " << y;
+        for (size_t x = 0; x < 7; ++x)
+            for (size_t c = 0; c < 3; ++c) {
+                // Bytes, not samples, are differenced: no borrow from the
+                // low byte reaches the high one.
+                const auto byteOf = [&](size_t px, int shift) {
+                    return static_cast<uint8_t>(im.rgbx[(y * 7 + px) * 4 + c] >> shift);
+                };
+                const uint8_t* p = row + 1 + (x * 3 + c) * 2;
+                for (int k = 0; k < 2; ++k) {
+                    const int shift = 8 - 8 * k;
+                    const uint8_t want = static_cast<uint8_t>(byteOf(x, shift) - (x > 0 ? byteOf(x - 1, shift) : 0));
+                    EXPECT_EQ(p[k], want) << "pixel " << x << ", channel " << c << " of row " << y;
+                }
+            }
+    }
 }
 
 TEST(ImageIoTest, EightBitTiffScalesBy257)
