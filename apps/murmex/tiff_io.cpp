@@ -14,15 +14,13 @@
 #include <cstdio>
 #include <cstring>
 #include <algorithm>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <new>
-#include <thread>
 #include <vector>
 
 #include "app_error.h"
 #include "file_errors.h"
+#include "helper_thread.h"
 #include "image_formats.h"
 
 namespace murmex_app::detail {
@@ -220,30 +218,14 @@ using Compressor = std::unique_ptr<libdeflate_compressor, CompressorFree>;
 // build machine.
 class DeflateWriter {
 public:
-    DeflateWriter() : helper_([this] { help(); }) {}
-    ~DeflateWriter()
-    {
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            stop_ = true;
-        }
-        changed_.notify_all();
-        helper_.join();
-    }
-
     // Compresses a on the helper and b here; false when either fails.
     bool compressPair(DeflateStrip& a, DeflateStrip* b)
     {
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            job_ = &a;
-            done_ = false;
-        }
-        changed_.notify_all();
+        bool helperOk = true;
+        helper_.start([&] { helperOk = compress(theirs_.get(), a); });
         const bool ok = !b || compress(mine_.get(), *b);
-        std::unique_lock<std::mutex> lock(mutex_);
-        changed_.wait(lock, [&] { return done_; });
-        return ok && helperOk_;
+        helper_.wait();
+        return ok && helperOk;
     }
 
 private:
@@ -258,31 +240,9 @@ private:
         return n > 0;
     }
 
-    void help()
-    {
-        Compressor c(libdeflate_alloc_compressor(1));
-        std::unique_lock<std::mutex> lock(mutex_);
-        for (;;) {
-            changed_.wait(lock, [&] { return stop_ || job_; });
-            if (stop_)
-                return;
-            DeflateStrip* job = job_;
-            job_ = nullptr;
-            lock.unlock();
-            const bool ok = compress(c.get(), *job);
-            lock.lock();
-            helperOk_ = ok;
-            done_ = true;
-            changed_.notify_all();
-        }
-    }
-
     Compressor mine_{libdeflate_alloc_compressor(1)};
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    DeflateStrip* job_ = nullptr;
-    bool done_ = true, helperOk_ = true, stop_ = false;
-    std::thread helper_;
+    Compressor theirs_{libdeflate_alloc_compressor(1)};
+    HelperThread helper_;
 };
 
 // Copies rows first .. first + strip.rows - 1 into strip, differencing each
