@@ -10,6 +10,7 @@
 #include <png.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <csetjmp>
@@ -19,6 +20,7 @@
 
 #include "app_error.h"
 #include "file_errors.h"
+#include "helper_thread.h"
 #include "image_formats.h"
 
 namespace murmex_app::detail {
@@ -173,43 +175,127 @@ bool pngWriteHeader(PngState& s, png_uint_32 width, png_uint_32 height, bool gre
         png_set_iCCP(s.png, s.info, "ICC profile", PNG_COMPRESSION_TYPE_BASE, icc.data(),
                      static_cast<png_uint_32>(icc.size()));
     setPngResolution(s, resolution);
-    // Zlib level 3 instead of the default 6: a noisy 6-megapixel 16-bit
-    // photograph is written in 1.2 s instead of 4.2 s, the file 2 % larger
-    // (measured on the two-core build machine). Run-length matching only:
-    // in a 16-bit photograph the low bytes are noise that longer matches do
-    // not find, and the denoised 12-megapixel demo scene is then written in
-    // 2.5 s instead of 4.2 s, 1.6 % smaller (60.8 MB instead of 61.8 MB);
-    // noiseless synthetic gradients grow (the clean demo scene: 12.8 MB
-    // instead of 9.0 MB). Measured on the loaded two-core build machine.
-    png_set_compression_level(s.png, 3);
-    png_set_compression_strategy(s.png, Z_RLE);
-    // Every row differenced from its left neighbour, as the TIFF outputs'
-    // predictor does, instead of trying the five filters on each row and
-    // keeping the best: a third of the writing's processor time went to the
-    // trials. The denoised 12-megapixel demo scene is then written in 2.0 s
-    // instead of 3.2 s end to end, 0.8 % larger (61.3 MB instead of 60.8 MB).
-    png_set_filter(s.png, PNG_FILTER_TYPE_BASE, PNG_FILTER_SUB);
     png_write_info(s.png, s.info);
-    if (littleEndianHost())
-        png_set_swap(s.png);
     return true;
 }
 
-bool pngWriteRow(PngState& s, const uint16_t* row)
+// Writes one chunk (the image data, or the end); false after a libpng error.
+bool pngWriteChunk(PngState& s, const char* name, const uint8_t* data, size_t size)
 {
     if (setjmp(png_jmpbuf(s.png)))
         return false;
-    png_write_row(s.png, reinterpret_cast<png_const_bytep>(row));
+    png_write_chunk(s.png, reinterpret_cast<png_const_bytep>(name), data, size);
     return true;
 }
 
-bool pngWriteEnd(PngState& s)
+// Rows on their way to the file: each with its filter type byte, and their
+// compressed data, which has two bytes of room in front for the zlib header
+// and four behind for the stream's checksum.
+struct PngSegment {
+    std::vector<uint8_t> filtered;
+    std::vector<uint8_t> coded;
+    size_t codedSize = 0;
+    uLong adler = 0;
+    int rows = 0;
+    bool last = false;
+};
+
+constexpr size_t kZlibHeader = 2, kZlibTrailer = 4;
+
+// Rows first .. first + segment.rows - 1, each stored with the Sub filter:
+// every byte of the big-endian samples less the byte one pixel to its left
+// (the same differencing as the TIFF outputs' predictor, byte by byte).
+// Trying the five filters on every row and keeping the best, libpng's
+// default, took a third of the writing's processor time; the denoised
+// 12-megapixel demo scene comes out 0.8 % larger (61.3 MB, not 60.8 MB).
+void fillPngSegment(PngSegment& segment, RowSource& rows, int first, size_t rowSamples, int channels)
 {
-    if (setjmp(png_jmpbuf(s.png)))
-        return false;
-    png_write_end(s.png, s.info);
-    return true;
+    const size_t rowBytes = 1 + 2 * rowSamples;
+    segment.filtered.resize(static_cast<size_t>(segment.rows) * rowBytes);
+    for (int r = 0; r < segment.rows; ++r) {
+        const uint16_t* row = rows.row(first + r);
+        uint8_t* out = segment.filtered.data() + static_cast<size_t>(r) * rowBytes;
+        out[0] = PNG_FILTER_VALUE_SUB;
+        uint8_t* bytes = out + 1;
+        for (size_t i = 0; i < rowSamples; ++i) {
+            const unsigned v = row[i];
+            const unsigned left = i >= static_cast<size_t>(channels) ? row[i - channels] : 0;
+            bytes[2 * i] = static_cast<uint8_t>((v >> 8) - (left >> 8));
+            bytes[2 * i + 1] = static_cast<uint8_t>((v & 0xff) - (left & 0xff));
+        }
+    }
 }
+
+// One zlib stream in parallel. libpng compresses the image data on the
+// writing thread alone, and compression is most of the writing: here the
+// segments are compressed two at a time (this thread and a helper), each
+// into raw deflate blocks that end on a byte boundary (a sync flush; the
+// last segment's blocks end the stream), so that the zlib stream is the
+// header, the segments' blocks one after the other and the Adler-32 of all
+// the rows, combined from the segments'. libpng still writes every chunk:
+// the segments go out as IDAT chunks.
+// Zlib level 3 with run-length matching only: in a 16-bit photograph the
+// low bytes are noise that longer matches do not find. Measured when libpng
+// still compressed and chose the filters: the denoised 12-megapixel demo
+// scene was written in 2.5 s instead of 4.2 s and came out 1.6 % smaller
+// than at the default level 6; noiseless synthetic gradients grow (the
+// clean demo scene: 12.8 MB instead of 9.0 MB).
+class PngDeflater {
+public:
+    PngDeflater()
+    {
+        for (z_stream& z : streams_)
+            ok_ = deflateInit2(&z, 3, Z_DEFLATED, -MAX_WBITS, 8, Z_RLE) == Z_OK && ok_;
+    }
+    ~PngDeflater()
+    {
+        for (z_stream& z : streams_)
+            deflateEnd(&z);
+    }
+    PngDeflater(const PngDeflater&) = delete;
+    PngDeflater& operator=(const PngDeflater&) = delete;
+
+    // Compresses a on the helper and b here; false when either fails.
+    bool compressPair(PngSegment& a, PngSegment* b)
+    {
+        if (!ok_)
+            return false;
+        bool helperOk = true;
+        helper_.start([&] { helperOk = compress(streams_[1], a); });
+        const bool ok = !b || compress(streams_[0], *b);
+        helper_.wait();
+        return ok && helperOk;
+    }
+
+private:
+    static bool compress(z_stream& z, PngSegment& s)
+    {
+        const size_t size = s.filtered.size();
+        s.adler = adler32_z(adler32_z(0, nullptr, 0), s.filtered.data(), size);
+        // The bound is that of a whole stream; a sync flush adds an empty
+        // stored block of at most 5 bytes (with the bits before it, 6).
+        const size_t room = deflateBound(&z, size) + 16;
+        s.coded.resize(kZlibHeader + room + kZlibTrailer);
+        if (deflateReset(&z) != Z_OK)
+            return false;
+        z.next_in = s.filtered.data();
+        z.avail_in = static_cast<uInt>(size);
+        z.next_out = s.coded.data() + kZlibHeader;
+        z.avail_out = static_cast<uInt>(room);
+        const int result = deflate(&z, s.last ? Z_FINISH : Z_SYNC_FLUSH);
+        if (result != (s.last ? Z_STREAM_END : Z_OK) || z.avail_in != 0 || z.avail_out == 0)
+            return false;
+        s.codedSize = room - z.avail_out;
+        return true;
+    }
+
+    z_stream streams_[2] = {};
+    bool ok_ = true;
+    HelperThread helper_;
+};
+
+// Rows per segment: 16 rows of a 12-megapixel RGB photo are 400 kB.
+constexpr int kPngSegmentRows = 16;
 
 // Stores one decoded row, 8- or 16-bit samples in host order.
 void storePngRow(Image& image, const PngHeader& h, png_uint_32 y, png_const_bytep row, std::vector<uint16_t>& wide)
@@ -273,6 +359,64 @@ void readPng(const std::string& path, const ReadLimits& limits, Image& image)
         readFailed(path, s.message);
 }
 
+namespace {
+
+// The image data as IDAT chunks, then the end of the file.
+void writePngData(PngState& s, const std::string& path, const Image& image, RowSource& rows, int channels,
+                  const WriteOptions& options)
+{
+    const size_t rowSamples = static_cast<size_t>(image.width) * static_cast<size_t>(channels);
+    const int height = image.height;
+    PngDeflater deflater;
+    PngSegment segments[2];
+    uLong adler = adler32_z(0, nullptr, 0);
+    bool first = true;
+    int y = 0;
+    while (y < height) {
+        int count = 0;
+        int firstRow[2] = {y, y};
+        for (PngSegment& segment : segments) {
+            if (y >= height)
+                break;
+            segment.rows = std::min(kPngSegmentRows, height - y);
+            firstRow[count++] = y;
+            fillPngSegment(segment, rows, y, rowSamples, channels);
+            y += segment.rows;
+            segment.last = y >= height;
+        }
+        if (!deflater.compressPair(segments[0], count > 1 ? &segments[1] : nullptr))
+            writeFailed(path, "cannot compress the rows");
+        for (int k = 0; k < count; ++k) {
+            PngSegment& segment = segments[k];
+            uint8_t* begin = segment.coded.data() + kZlibHeader;
+            size_t size = segment.codedSize;
+            if (first) {
+                // Deflate with a 32 kB window, no preset dictionary; the
+                // check bits make the pair a multiple of 31.
+                *--begin = 0x01;
+                *--begin = 0x78;
+                size += kZlibHeader;
+                first = false;
+            }
+            adler = adler32_combine(adler, segment.adler, static_cast<z_off_t>(segment.filtered.size()));
+            if (segment.last) {
+                for (int i = 0; i < 4; ++i)
+                    begin[size++] = static_cast<uint8_t>(adler >> (24 - 8 * i));
+            }
+            errno = 0;
+            if (!pngWriteChunk(s, "IDAT", begin, size))
+                writeFailed(path, s.message, errno);
+            for (int r = 0; r < segment.rows; ++r)
+                reportRow(options, firstRow[k] + r, height);
+        }
+    }
+    errno = 0;
+    if (!pngWriteChunk(s, "IEND", nullptr, 0))
+        writeFailed(path, s.message, errno);
+}
+
+}  // namespace
+
 void writePng(const std::string& path, const Image& image, RowSource& rows, const WriteOptions& options)
 {
     PartialFileGuard guard(path);
@@ -295,16 +439,7 @@ void writePng(const std::string& path, const Image& image, RowSource& rows, cons
         if (!pngWriteHeader(s, static_cast<png_uint_32>(image.width), static_cast<png_uint_32>(image.height), grey, alpha,
                             image.icc, image.resolution))
             writeFailed(path, s.message);
-        for (int y = 0; y < image.height; ++y) {
-            const uint16_t* row = rows.row(y);
-            errno = 0;
-            if (!pngWriteRow(s, row))
-                writeFailed(path, s.message, errno);
-            reportRow(options, y, image.height);
-        }
-        errno = 0;
-        if (!pngWriteEnd(s))
-            writeFailed(path, s.message, errno);
+        writePngData(s, path, image, rows, channels, options);
         png_destroy_write_struct(&s.png, &s.info);
         FILE* f = s.file;
         s.file = nullptr;

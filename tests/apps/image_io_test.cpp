@@ -128,6 +128,24 @@ TEST(ImageIoTest, Png16RoundTripKeepsSizeDepthAndEverySample)
     expectSameSamples(im, back);
 }
 
+// The rows are compressed in parts of a few rows each, two parts at a time:
+// one part, parts in pairs, a lone part at the end, and every layout of
+// channels come back sample for sample.
+TEST(ImageIoTest, PngRoundTripKeepsEverySampleWhateverTheNumberOfCompressedParts)
+{
+    TempDir dir;
+    uint32_t seed = 20;
+    for (int height : {1, 15, 16, 17, 32, 33, 53, 64})
+        for (int channels : {1, 2, 3, 4}) {
+            const Image im = randomImage(23, height, channels, ++seed);
+            writeImage(dir.file("parts.png"), im, ImageFormat::Png);
+            const Image back = readImage(dir.file("parts.png"));
+            SCOPED_TRACE(testing::Message() << height << " rows, " << channels << " channels");
+            EXPECT_EQ(back.sourceChannels, channels);
+            expectSameSamples(im, back);
+        }
+}
+
 TEST(ImageIoTest, EveryFormatReportsEachRowWrittenUpToTheWhole)
 {
     TempDir dir;
