@@ -274,6 +274,10 @@ void denoiseOne(const DenoiseOptions& o, const Job& job, size_t index, size_t co
         WriteOptions options;
         options.jpegQuality = o.jpegQuality;
         options.tiffCompression = compressionNamed(o.compression);
+        // A PNG gets its metadata as it is written, not by a rewrite of
+        // the whole file afterwards.
+        if (job.format == ImageFormat::Png)
+            options.pngChunks = pngMetadataChunks(job.input, job.output, image.width, image.height);
         ResultRows rows(image);
         // A writer that fails (a full disk) stops the library at its next
         // progress call; its error is reported below.
@@ -305,10 +309,11 @@ void denoiseOne(const DenoiseOptions& o, const Job& job, size_t index, size_t co
             writer.wait([&](float done) { progress.report(writing.c_str(), 0.95f * done); });
             // The library's and the rows' freed memory goes back to the
             // system before the metadata step, which reads both files whole
-            // for PNG and JPEG outputs (a TIFF only gets its directories
-            // appended).
+            // for JPEG outputs (a TIFF only gets its directories appended, a
+            // PNG has its metadata already).
             malloc_trim(0);
-            copyMetadata(job.input, path);
+            if (job.format != ImageFormat::Png)
+                copyMetadata(job.input, path);
         });
         throwIfInterrupted();
         out.commit();

@@ -2,8 +2,10 @@
 // camera raw files on input.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "image.h"
 
@@ -44,9 +46,18 @@ ImageFormat formatForPath(const std::string& path);
 // (zip) or LZW, both with horizontal differencing.
 enum class TiffCompression { None, Deflate, Lzw };
 
+// A chunk that goes whole into a PNG output: its four-letter type and data.
+struct PngChunk {
+    std::string type;
+    std::vector<uint8_t> data;
+};
+
 struct WriteOptions {
     int jpegQuality = 92;  // 1..100
     TiffCompression tiffCompression = TiffCompression::Deflate;
+    // Chunks a PNG output gets between its header and its image data (its
+    // metadata); the other formats have no use for them.
+    std::vector<PngChunk> pngChunks;
     // Called after every row written with the fraction of rows done; must
     // not throw (it runs between the image libraries' own frames).
     std::function<void(float)> progress;

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -471,19 +472,47 @@ bool appendToTiff(const Exiv2::Image& source, const std::string& from, const std
 const Exiv2::byte kTinyJpeg[] = {0xff, 0xd8, 0xff, 0xc0, 0x00, 0x0b, 0x08, 0x00, 0x01, 0x00, 0x01, 0x01, 0x01,
                                  0x11, 0x00, 0xff, 0xda, 0x00, 0x08, 0x01, 0x01, 0x00, 0x00, 0x3f, 0x00, 0xff, 0xd9};
 
+// The smallest PNG that Exiv2 writes metadata into: one black grey pixel.
+const Exiv2::byte kTinyPng[] = {
+    0x89, 0x50, 0x4e, 0x47, 0x0d, 0x0a, 0x1a, 0x0a, 0x00, 0x00, 0x00, 0x0d, 0x49, 0x48, 0x44, 0x52, 0x00,
+    0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0x01, 0x08, 0x00, 0x00, 0x00, 0x00, 0x3a, 0x7e, 0x9b, 0x55, 0x00,
+    0x00, 0x00, 0x0a, 0x49, 0x44, 0x41, 0x54, 0x78, 0x9c, 0x63, 0x60, 0x00, 0x00, 0x00, 0x02, 0x00, 0x01,
+    0x48, 0xaf, 0xa4, 0x71, 0x00, 0x00, 0x00, 0x00, 0x49, 0x45, 0x4e, 0x44, 0xae, 0x42, 0x60, 0x82};
+
+// What Exiv2 wrote into an image held in memory.
+std::string memoryImageBytes(Exiv2::Image& image)
+{
+    Exiv2::BasicIo& io = image.io();
+    io.open();
+    std::string bytes(reinterpret_cast<const char*>(io.mmap()), static_cast<size_t>(io.size()));
+    io.munmap();
+    io.close();
+    return bytes;
+}
+
+// The metadata of `from` when it has EXIF or XMP; null when it has neither
+// or cannot be read.
+std::unique_ptr<Exiv2::Image> sourceMetadata(const std::string& from)
+{
+    std::unique_ptr<Exiv2::Image> source;
+    try {
+        source = openForMetadata(from);
+    } catch (const AppError&) {
+        return nullptr;
+    }
+    if (!source || (source->exifData().empty() && source->xmpData().empty()))
+        return nullptr;
+    return source;
+}
+
 }  // namespace
 
 void checkMetadataFits(const std::string& from, const std::string& to, ImageFormat format)
 {
     if (format != ImageFormat::Jpeg)
         return;
-    std::unique_ptr<Exiv2::Image> source;
-    try {
-        source = openForMetadata(from);
-    } catch (const AppError&) {
-        return;
-    }
-    if (!source || (source->exifData().empty() && source->xmpData().empty()))
+    const std::unique_ptr<Exiv2::Image> source = sourceMetadata(from);
+    if (!source)
         return;
     // The metadata goes into a one-pixel JPEG in memory the way it will go
     // into the output, so that what a JPEG cannot hold shows now.
@@ -493,11 +522,7 @@ void checkMetadataFits(const std::string& from, const std::string& to, ImageForm
         target->readMetadata();
         const std::optional<SplitXmp> split = putMetadata(*source, from, *target, 1, 1, readUpright(from));
         if (split) {
-            Exiv2::BasicIo& io = target->io();
-            io.open();
-            std::string jpeg(reinterpret_cast<const char*>(io.mmap()), static_cast<size_t>(io.size()));
-            io.munmap();
-            io.close();
+            std::string jpeg = memoryImageBytes(*target);
             if (!insertAfterStandardXmp(jpeg, extendedXmpSegments(split->extended, split->guid)))
                 throw AppError("no place for the extended XMP");
         }
@@ -512,15 +537,42 @@ void checkMetadataFits(const std::string& from, const std::string& to, ImageForm
     }
 }
 
+std::vector<PngChunk> pngMetadataChunks(const std::string& from, const std::string& to, int width, int height)
+{
+    const std::unique_ptr<Exiv2::Image> source = sourceMetadata(from);
+    if (!source)
+        return {};
+    std::string png;
+    try {
+        std::unique_ptr<Exiv2::Image> target(Exiv2::ImageFactory::open(kTinyPng, sizeof kTinyPng).release());
+        target->readMetadata();
+        putMetadata(*source, from, *target, width, height, readUpright(from));
+        png = memoryImageBytes(*target);
+    } catch (const Exiv2::AnyError& e) {
+        throw AppError(detail::oneLine("cannot write metadata to " + to + ": " + e.what()));
+    } catch (const std::exception& e) {
+        throw AppError(detail::oneLine("cannot write metadata to " + to + ": " + e.what()));
+    }
+    // Every chunk but the one-pixel image's own.
+    std::vector<PngChunk> chunks;
+    const auto byteAt = [&](size_t i) { return static_cast<uint32_t>(static_cast<uint8_t>(png[i])); };
+    for (size_t at = 8; at + 12 <= png.size();) {
+        const size_t length = byteAt(at) << 24 | byteAt(at + 1) << 16 | byteAt(at + 2) << 8 | byteAt(at + 3);
+        if (length > png.size() - at - 12)
+            throw AppError("cannot write metadata to " + to + ": Exiv2 wrote a damaged PNG chunk");
+        std::string type = png.substr(at + 4, 4);
+        if (type != "IHDR" && type != "IDAT" && type != "IEND")
+            chunks.push_back({std::move(type), {png.begin() + static_cast<std::ptrdiff_t>(at + 8),
+                                                png.begin() + static_cast<std::ptrdiff_t>(at + 8 + length)}});
+        at += 12 + length;
+    }
+    return chunks;
+}
+
 void copyMetadata(const std::string& from, const std::string& to)
 {
-    std::unique_ptr<Exiv2::Image> source;
-    try {
-        source = openForMetadata(from);
-    } catch (const AppError&) {
-        source = nullptr;
-    }
-    if (!source || (source->exifData().empty() && source->xmpData().empty()))
+    const std::unique_ptr<Exiv2::Image> source = sourceMetadata(from);
+    if (!source)
         return;
 
     try {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "app_error.h"
 #include "host/camera_info.h"
@@ -19,6 +20,14 @@ CameraInfo readCameraInfo(const std::string& path);
 // written into a one-pixel image in memory as copyMetadata would write it.
 // Unreadable metadata passes.
 void checkMetadataFits(const std::string& from, const std::string& to, ImageFormat format);
+
+// The chunks that carry the EXIF and XMP of `from` into a PNG output `to` of
+// width x height: what copyMetadata would add to `to`, written by Exiv2 into
+// a one-pixel PNG in memory, for the writer to put in before the image data
+// (WriteOptions::pngChunks) instead of the file being rewritten after it.
+// Empty when `from` has no metadata. Throws AppError "cannot write metadata
+// to <to>: ..." when Exiv2 cannot write it.
+std::vector<PngChunk> pngMetadataChunks(const std::string& from, const std::string& to, int width, int height);
 
 // Copies EXIF and XMP from `from` into the already written file `to` (Exiv2),
 // fixing up dimensions/orientation tags that no longer hold. A JPEG's

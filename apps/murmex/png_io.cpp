@@ -439,6 +439,11 @@ void writePng(const std::string& path, const Image& image, RowSource& rows, cons
         if (!pngWriteHeader(s, static_cast<png_uint_32>(image.width), static_cast<png_uint_32>(image.height), grey, alpha,
                             image.icc, image.resolution))
             writeFailed(path, s.message);
+        for (const PngChunk& chunk : options.pngChunks) {
+            errno = 0;
+            if (chunk.type.size() != 4 || !pngWriteChunk(s, chunk.type.c_str(), chunk.data.data(), chunk.data.size()))
+                writeFailed(path, chunk.type.size() != 4 ? "bad chunk type" : s.message, errno);
+        }
         writePngData(s, path, image, rows, channels, options);
         png_destroy_write_struct(&s.png, &s.info);
         FILE* f = s.file;

@@ -498,31 +498,6 @@ inline std::string exifValue(const std::string& path, const std::string& key)
     return it == exif.end() ? std::string() : it->toString();
 }
 
-// A minimal well-formed ICC profile (header only, no tags) for an RGB display
-// device; the description byte makes profiles distinguishable.
-inline std::vector<uint8_t> smallIccProfile(uint8_t marker)
-{
-    std::vector<uint8_t> icc(132, 0);
-    auto put32 = [&](size_t at, uint32_t v) {
-        icc[at] = static_cast<uint8_t>(v >> 24);
-        icc[at + 1] = static_cast<uint8_t>(v >> 16);
-        icc[at + 2] = static_cast<uint8_t>(v >> 8);
-        icc[at + 3] = static_cast<uint8_t>(v);
-    };
-    put32(0, 132);          // size
-    put32(8, 0x02100000);   // version 2.1
-    std::memcpy(&icc[12], "mntr", 4);
-    std::memcpy(&icc[16], "RGB ", 4);
-    std::memcpy(&icc[20], "XYZ ", 4);
-    std::memcpy(&icc[36], "acsp", 4);
-    put32(68, 0x0000F6D6);  // D50 white point, X
-    put32(72, 0x00010000);  // Y
-    put32(76, 0x0000D32D);  // Z
-    icc[100] = marker;      // inside the profile ID field, otherwise unused
-    put32(128, 0);          // no tags
-    return icc;
-}
-
 // The names of the entries of a directory, sorted.
 inline std::vector<std::string> listDir(const std::string& dir)
 {

@@ -17,6 +17,7 @@
 
 #include <murmex/murmex.h>
 
+#include "apps/app_fixtures.h"
 #include "apps/cli_fixtures.h"
 #include "murmex/demo_scene.h"
 #include "murmex/image_io.h"
@@ -110,7 +111,8 @@ void expectMetadataSurvives(const std::string& inName, const std::string& outNam
 {
     TempDir dir;
     Image photo = noisyPhoto(300, 200);
-    photo.icc = smallIccProfile(0x5A);
+    // A profile libpng keeps (it drops one of a header alone as too short).
+    photo.icc = murmex_app_test::testIccProfile();
     writeImage(dir.file(inName), photo, format);
     setCameraExif(dir.file(inName), "Testmaker", "Model T1", 800);
     const RunResult r = runMurmex({"denoise", dir.file(inName), "-o", dir.file(outName), "-q"});
@@ -121,6 +123,7 @@ void expectMetadataSurvives(const std::string& inName, const std::string& outNam
     EXPECT_EQ(exifValue(dir.file(outName), "Exif.Image.Model"), "Model T1");
     EXPECT_EQ(exifValue(dir.file(outName), "Exif.Photo.ISOSpeedRatings"), "800");
     EXPECT_EQ(exifValue(dir.file(outName), "Exif.Image.Artist"), "Murmex test");
+    EXPECT_EQ(exifValue(dir.file(outName), "Exif.Photo.PixelXDimension"), "300");
 }
 
 TEST(CliDenoise, ExifAndIccOfATiffSurviveIntoTheOutput)
@@ -131,6 +134,16 @@ TEST(CliDenoise, ExifAndIccOfATiffSurviveIntoTheOutput)
 TEST(CliDenoise, ExifAndIccOfAJpegSurviveIntoTheOutput)
 {
     expectMetadataSurvives("in.jpg", "out.jpg", ImageFormat::Jpeg);
+}
+
+TEST(CliDenoise, ExifAndIccOfAPngSurviveIntoTheOutput)
+{
+    expectMetadataSurvives("in.png", "out.png", ImageFormat::Png);
+}
+
+TEST(CliDenoise, ExifAndIccOfAJpegSurviveIntoAPngOutput)
+{
+    expectMetadataSurvives("in.jpg", "out.png", ImageFormat::Jpeg);
 }
 
 TEST(CliDenoise, GreyInputIsWrittenAsRgbAndAlphaIsCarriedThrough)

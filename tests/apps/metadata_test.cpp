@@ -25,6 +25,7 @@ using murmex_app::CameraInfo;
 using murmex_app::copyMetadata;
 using murmex_app::Image;
 using murmex_app::ImageFormat;
+using murmex_app::pngMetadataChunks;
 using murmex_app::readCameraInfo;
 using murmex_app::readImage;
 using murmex_app::writeImage;
@@ -93,6 +94,19 @@ std::string xmpValue(const std::string& path, const char* key)
     image->readMetadata();
     const auto it = image->xmpData().findKey(Exiv2::XmpKey(key));
     return it == image->xmpData().end() ? std::string("(absent)") : it->toString();
+}
+
+// Every EXIF and XMP entry of a file, as "key = value" lines.
+std::vector<std::string> metadataLines(const std::string& path)
+{
+    auto image = Exiv2::ImageFactory::open(path);
+    image->readMetadata();
+    std::vector<std::string> lines;
+    for (const Exiv2::Exifdatum& d : image->exifData())
+        lines.push_back(d.key() + " = " + d.toString());
+    for (const Exiv2::Xmpdatum& d : image->xmpData())
+        lines.push_back(d.key() + " = " + d.toString());
+    return lines;
 }
 
 void expectSamePixels(const Image& a, const Image& b)
@@ -253,6 +267,39 @@ TEST(CopyMetadataTest, ExifSurvivesIntoAPngOutput)
     const Image back = readImage(dir.file("out.png"));
     expectSamePixels(out, back);
     EXPECT_EQ(back.icc, out.icc);
+}
+
+// A PNG output gets its metadata as it is written: the same entries that
+// copying into the written file gives.
+TEST(CopyMetadataTest, PngChunksWrittenWithTheImageCarryWhatACopyIntoTheFileWould)
+{
+    TempDir dir;
+    writeImage(dir.file("in.jpg"), smoothImage(16, 8), ImageFormat::Jpeg);
+    writeCameraExif(dir.file("in.jpg"));
+    Image out = randomImage(10, 6, 3, 5);
+    out.icc = testIccProfile();
+    writeImage(dir.file("copied.png"), out, ImageFormat::Png);
+    copyMetadata(dir.file("in.jpg"), dir.file("copied.png"));
+
+    murmex_app::WriteOptions options;
+    options.pngChunks = pngMetadataChunks(dir.file("in.jpg"), dir.file("written.png"), 10, 6);
+    EXPECT_FALSE(options.pngChunks.empty());
+    writeImage(dir.file("written.png"), out, ImageFormat::Png, options);
+
+    expectCameraInfo(readCameraInfo(dir.file("written.png")));
+    EXPECT_EQ(exifValue(dir.file("written.png"), "Exif.Photo.PixelXDimension"), "10");
+    EXPECT_EQ(xmpValue(dir.file("written.png"), "Xmp.dc.creator"), "A. Tester");
+    EXPECT_EQ(metadataLines(dir.file("written.png")), metadataLines(dir.file("copied.png")));
+    const Image back = readImage(dir.file("written.png"));
+    expectSamePixels(out, back);
+    EXPECT_EQ(back.icc, out.icc);
+}
+
+TEST(CopyMetadataTest, APhotoWithoutMetadataGivesNoPngChunks)
+{
+    TempDir dir;
+    writeImage(dir.file("in.png"), randomImage(8, 4, 3, 9), ImageFormat::Png);
+    EXPECT_TRUE(pngMetadataChunks(dir.file("in.png"), dir.file("out.png"), 8, 4).empty());
 }
 
 TEST(CopyMetadataTest, TiffToTiffKeepsTheOutputsOwnLayout)
