@@ -146,6 +146,16 @@ TEST(ImageIoTest, PngRoundTripKeepsEverySampleWhateverTheNumberOfCompressedParts
         }
 }
 
+// A PNG of many parts, compressed on the writing thread and its helper
+// (run under ThreadSanitizer with the threaded tests).
+TEST(ImageIoThreadTest, PngCompressedOnTwoThreadsReadsBackWhole)
+{
+    TempDir dir;
+    const Image im = randomImage(300, 200, 4, 31);
+    writeImage(dir.file("two.png"), im, ImageFormat::Png);
+    expectSameSamples(im, readImage(dir.file("two.png")));
+}
+
 TEST(ImageIoTest, EveryFormatReportsEachRowWrittenUpToTheWhole)
 {
     TempDir dir;
