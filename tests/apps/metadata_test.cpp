@@ -64,6 +64,13 @@ void writeCameraExif(const std::string& path, bool withPhotoTags = true)
     image->writeMetadata();
 }
 
+// A small JPEG photo with a typical camera's EXIF.
+void writeCameraJpeg(const std::string& path)
+{
+    writeImage(path, smoothImage(16, 8), ImageFormat::Jpeg);
+    writeCameraExif(path);
+}
+
 void expectCameraInfo(const CameraInfo& info)
 {
     EXPECT_EQ(info.maker, std::optional<std::string>("Canon"));
@@ -211,8 +218,7 @@ TEST(ReadCameraInfoTest, ColourSpaceCodesAndTheInteroperabilityIndex)
 TEST(CopyMetadataTest, JpegExifSurvivesIntoATiffOutputWhoseImageStaysTheSame)
 {
     TempDir dir;
-    writeImage(dir.file("in.jpg"), smoothImage(16, 8), ImageFormat::Jpeg);
-    writeCameraExif(dir.file("in.jpg"));
+    writeCameraJpeg(dir.file("in.jpg"));
     Image out = randomImage(16, 8, 4, 3);
     out.icc = testIccProfile();
     writeImage(dir.file("out.tif"), out, ImageFormat::Tiff);
@@ -255,8 +261,7 @@ TEST(CopyMetadataTest, TiffExifSurvivesIntoAJpegOutput)
 TEST(CopyMetadataTest, ExifSurvivesIntoAPngOutput)
 {
     TempDir dir;
-    writeImage(dir.file("in.jpg"), smoothImage(16, 8), ImageFormat::Jpeg);
-    writeCameraExif(dir.file("in.jpg"));
+    writeCameraJpeg(dir.file("in.jpg"));
     Image out = randomImage(10, 6, 3, 5);
     out.icc = testIccProfile();
     writeImage(dir.file("out.png"), out, ImageFormat::Png);
@@ -274,8 +279,7 @@ TEST(CopyMetadataTest, ExifSurvivesIntoAPngOutput)
 TEST(CopyMetadataTest, PngChunksWrittenWithTheImageCarryWhatACopyIntoTheFileWould)
 {
     TempDir dir;
-    writeImage(dir.file("in.jpg"), smoothImage(16, 8), ImageFormat::Jpeg);
-    writeCameraExif(dir.file("in.jpg"));
+    writeCameraJpeg(dir.file("in.jpg"));
     Image out = randomImage(10, 6, 3, 5);
     out.icc = testIccProfile();
     writeImage(dir.file("copied.png"), out, ImageFormat::Png);
@@ -319,8 +323,7 @@ TEST(CopyMetadataTest, TiffToTiffKeepsTheOutputsOwnLayout)
 TEST(CopyMetadataTest, ATiffOutputGainsTheMetadataAtItsEndWithoutItsImageDataBeingRewritten)
 {
     TempDir dir;
-    writeImage(dir.file("in.jpg"), smoothImage(16, 8), ImageFormat::Jpeg);
-    writeCameraExif(dir.file("in.jpg"));
+    writeCameraJpeg(dir.file("in.jpg"));
     {
         auto image = Exiv2::ImageFactory::open(dir.file("in.jpg"));
         image->readMetadata();
