@@ -52,6 +52,20 @@ std::vector<std::string> endedFromTheHandler()
     return {"TSAN_OPTIONS=" + std::string(tsan && *tsan ? std::string(tsan) + ":" : "") + "report_thread_leaks=0"};
 }
 
+// The environment of a run that a test signals in its "Writing" stage:
+// ended from the handler, and held in that stage (hold_writing.c). A
+// sanitizer's runtime then no longer comes first among the libraries, which
+// AddressSanitizer refuses unless told otherwise.
+std::vector<std::string> heldWhileWriting()
+{
+    std::vector<std::string> env = endedFromTheHandler();
+    env.push_back(std::string("LD_PRELOAD=") + MURMEX_HOLD_WRITING_PATH);
+    const char* asan = std::getenv("ASAN_OPTIONS");
+    env.push_back("ASAN_OPTIONS=" + std::string(asan && *asan ? std::string(asan) + ":" : "") +
+                  "verify_asan_link_order=0");
+    return env;
+}
+
 // A photo, its profile and an earlier output "out.png" that a run replaces.
 class CliInterrupt : public ::testing::Test {
 protected:
@@ -63,18 +77,18 @@ protected:
         before = listDir(dir.path());
     }
 
-    // Narrow strips: a row is complete only once the last strip has put its
-    // columns, so the rows written while the library works are few and most
-    // of the output is written in the "Writing" stage.
+    // Narrow strips: the library takes long enough to be caught at work, and
+    // a row is complete only once the last strip has put its columns, so few
+    // rows reach the file before the "Writing" stage.
     std::vector<std::string> denoise() const
     {
         return {"denoise", dir.file("big.tif"), "--profile", profile, "-o", dir.file("out.png"), "--strip-width", "100"};
     }
 
-    // Lets the run go on until its "Writing" stage (the rows still missing
-    // after the library is done), and stops it there: the temporary file
-    // exists while the process is stopped, so the program is caught writing
-    // in the foreground.
+    // Lets the run go on until its "Writing" stage, where it is held
+    // (heldWhileWriting), and stops it there: the temporary file exists
+    // while the process is stopped, so the program is caught writing in the
+    // foreground.
     void stopWhileWriting(Murmex& m)
     {
         ASSERT_TRUE(m.readUntil([](const std::string& err) { return contains(err, "big.tif: Writing"); },
@@ -114,7 +128,7 @@ TEST_F(CliInterrupt, SigintSigtermAndSighupWhileDenoisingStopWithoutOutput)
 
 TEST_F(CliInterrupt, SigtermWhileWritingStopsAtOnceAndRemovesTheTemporaryFile)
 {
-    Murmex m(denoise(), endedFromTheHandler());
+    Murmex m(denoise(), heldWhileWriting());
     stopWhileWriting(m);
     m.signal(SIGTERM);
     m.signal(SIGCONT);
@@ -129,7 +143,7 @@ TEST_F(CliInterrupt, SigtermWhileWritingStopsAtOnceAndRemovesTheTemporaryFile)
 
 TEST_F(CliInterrupt, ASecondCtrlCWhileWritingDoesNotEndTheProgramBeforeItsTemporaryFileIsGone)
 {
-    Murmex m(denoise(), endedFromTheHandler());
+    Murmex m(denoise(), heldWhileWriting());
     stopWhileWriting(m);
     m.signal(SIGINT);
     m.signal(SIGCONT);
