@@ -33,6 +33,15 @@ void HelperThread::wait()
     changed_.wait(lock, [&] { return !busy_; });
 }
 
+bool HelperThread::both(const std::function<bool()>& theirs, const std::function<bool()>& mine)
+{
+    bool theirsOk = true;
+    start([&] { theirsOk = theirs(); });
+    const bool mineOk = mine();
+    wait();
+    return mineOk && theirsOk;
+}
+
 void HelperThread::run()
 {
     std::unique_lock<std::mutex> lock(mutex_);

@@ -25,6 +25,9 @@ public:
     void start(std::function<void()> job);
     // Returns once the job last started has ended.
     void wait();
+    // Runs theirs on the helper and mine here, at once; true when both
+    // return true.
+    bool both(const std::function<bool()>& theirs, const std::function<bool()>& mine);
 
 private:
     void run();

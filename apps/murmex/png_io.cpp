@@ -260,11 +260,8 @@ public:
     {
         if (!ok_)
             return false;
-        bool helperOk = true;
-        helper_.start([&] { helperOk = compress(streams_[1], a); });
-        const bool ok = !b || compress(streams_[0], *b);
-        helper_.wait();
-        return ok && helperOk;
+        return helper_.both([&] { return compress(streams_[1], a); },
+                            [&] { return !b || compress(streams_[0], *b); });
     }
 
 private:

@@ -221,11 +221,8 @@ public:
     // Compresses a on the helper and b here; false when either fails.
     bool compressPair(DeflateStrip& a, DeflateStrip* b)
     {
-        bool helperOk = true;
-        helper_.start([&] { helperOk = compress(theirs_.get(), a); });
-        const bool ok = !b || compress(mine_.get(), *b);
-        helper_.wait();
-        return ok && helperOk;
+        return helper_.both([&] { return compress(theirs_.get(), a); },
+                            [&] { return !b || compress(mine_.get(), *b); });
     }
 
 private:

@@ -57,3 +57,15 @@ TEST(HelperThreadThreadTest, AHelperThatNeverGotAJobEnds)
     HelperThread helper;
     helper.wait();
 }
+
+TEST(HelperThreadThreadTest, BothRunsOneJobOnEachThreadAndSaysWhetherBothSucceeded)
+{
+    HelperThread helper;
+    std::thread::id theirs, mine;
+    EXPECT_TRUE(helper.both([&] { theirs = std::this_thread::get_id(); return true; },
+                            [&] { mine = std::this_thread::get_id(); return true; }));
+    EXPECT_NE(theirs, mine);
+    EXPECT_EQ(mine, std::this_thread::get_id());
+    EXPECT_FALSE(helper.both([] { return false; }, [] { return true; }));
+    EXPECT_FALSE(helper.both([] { return true; }, [] { return false; }));
+}
