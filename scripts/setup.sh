@@ -7,7 +7,7 @@ packages=(
   g++ make cmake pkg-config
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev ccache
-  libtiff-dev libdeflate-dev libpng-dev libjpeg62-turbo-dev libraw-dev libexiv2-dev nettle-dev libcli11-dev
+  libtiff-dev libisal-dev libpng-dev libjpeg62-turbo-dev libraw-dev libexiv2-dev nettle-dev libcli11-dev
   gimp libgimp2.0-dev xvfb xdotool
   python3-dev pybind11-dev python3-pybind11 python3-numpy python3-pytest
   python3-scipy python3-skimage python3-tifffile python3-pil
