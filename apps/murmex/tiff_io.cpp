@@ -80,6 +80,10 @@ std::string dataFailure(TIFF* tif, const std::string& path)
 // interleaved, whatever the storage (strips or tiles, one plane or several),
 // and hands them to emit(y, row) row by row, top to bottom. Contiguous strips
 // go row by row; tiles and separate planes are gathered whole first.
+// The largest strip read whole; larger ones (a whole image in one strip) are
+// read a row at a time, so as not to hold a second copy of the image.
+constexpr size_t kWholeStripBytes = 4 << 20;
+
 template <class Emit>
 void readSamples(TIFF* tif, const std::string& path, uint32_t width, uint32_t height, uint16_t spp, uint16_t bps,
                  bool separate, Emit emit)
@@ -102,17 +106,41 @@ void readSamples(TIFF* tif, const std::string& path, uint32_t width, uint32_t he
         const size_t rowBytes = w * perPixel * (bps / 8);
         if (lineSize <= 0 || static_cast<size_t>(lineSize) < rowBytes)
             readFailed(path, "bad strip layout");
-        std::vector<unsigned char> line(static_cast<size_t>(lineSize));
         std::vector<uint16_t> row(w * spp);
+        auto emitLine = [&](uint32_t y, const unsigned char* line) {
+            if (bps == 16) {
+                emit(y, reinterpret_cast<const uint16_t*>(line));
+            } else {
+                widen(line, row.data(), w * spp, 1);
+                emit(y, row.data());
+            }
+        };
+        uint32_t rowsPerStrip = 0;
+        TIFFGetFieldDefaulted(tif, TIFFTAG_ROWSPERSTRIP, &rowsPerStrip);
+        rowsPerStrip = std::min(rowsPerStrip, height);
+        const tmsize_t stripSize = TIFFStripSize(tif);
+        if (rowsPerStrip > 0 && stripSize > 0 && static_cast<size_t>(stripSize) <= kWholeStripBytes) {
+            // Whole strips at a time: libtiff decodes a deflate strip read
+            // whole with libdeflate and one read a row at a time with zlib,
+            // which took half as long again for a 12-megapixel photo.
+            std::vector<unsigned char> strip(static_cast<size_t>(stripSize));
+            for (uint32_t y = 0; y < height; y += rowsPerStrip) {
+                const uint32_t rows = std::min(rowsPerStrip, height - y);
+                const tmsize_t got = TIFFReadEncodedStrip(tif, TIFFComputeStrip(tif, y, 0), strip.data(), -1);
+                if (got < 0)
+                    readFailed(path, dataFailure(tif, path));
+                if (static_cast<size_t>(got) < static_cast<size_t>(lineSize) * rows)
+                    readFailed(path, "bad strip layout");
+                for (uint32_t r = 0; r < rows; ++r)
+                    emitLine(y + r, strip.data() + static_cast<size_t>(lineSize) * r);
+            }
+            return;
+        }
+        std::vector<unsigned char> line(static_cast<size_t>(lineSize));
         for (uint32_t y = 0; y < height; ++y) {
             if (TIFFReadScanline(tif, line.data(), y, 0) < 0)
                 readFailed(path, dataFailure(tif, path));
-            if (bps == 16) {
-                emit(y, reinterpret_cast<const uint16_t*>(line.data()));
-            } else {
-                widen(line.data(), row.data(), w * spp, 1);
-                emit(y, row.data());
-            }
+            emitLine(y, line.data());
         }
         return;
     }
@@ -228,6 +256,22 @@ private:
     DeflateCoder theirs_;
     HelperThread helper_;
 };
+
+// Deflate strips of about 256 kB, where libtiff's default would give one
+// row of a large photo: every strip starts its Huffman codes afresh, so
+// that one-row strips took half as long again to compress (0.16 s instead
+// of 0.11 s of processor time for the denoised 12-megapixel demo scene).
+// Other schemes keep libtiff's choice.
+uint32_t rowsPerStrip(TIFF* t, const Image& image, uint16_t spp, TiffCompression compression)
+{
+    if (compression != TiffCompression::Deflate)
+        return TIFFDefaultStripSize(t, 0);
+    constexpr size_t kStripBytes = 256 * 1024;
+    const size_t rowBytes = static_cast<size_t>(image.width) * spp * sizeof(uint16_t);
+    const size_t rows = std::clamp<size_t>(kStripBytes / std::max<size_t>(rowBytes, 1), 1,
+                                            static_cast<size_t>(std::max(image.height, 1)));
+    return static_cast<uint32_t>(rows);
+}
 
 // Copies rows first .. first + strip.rows - 1 into strip, differencing each
 // row as predictor 2 stores it.
@@ -470,7 +514,7 @@ void writeTiff(const std::string& path, const Image& image, RowSource& rows, con
     if (ok && !image.icc.empty())
         ok = TIFFSetField(t, TIFFTAG_ICCPROFILE, static_cast<uint32_t>(image.icc.size()), image.icc.data());
     if (ok)
-        ok = TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, TIFFDefaultStripSize(t, 0));
+        ok = TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, rowsPerStrip(t, image, spp, options.tiffCompression));
     if (!ok)
         writeFailed(path, lastTiffError("cannot set up the TIFF directory"));
 

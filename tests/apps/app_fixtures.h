@@ -147,6 +147,9 @@ struct RawTiff {
     std::vector<uint16_t> colormap;  // 3 * 2^bps entries for palette images
     uint32_t subfileType = 0;        // FILETYPE_REDUCEDIMAGE marks a preview
     bool withSubDirectory = false;   // a 2 x 2 grey image in a sub-directory
+    uint32_t rowsPerStrip = 3;       // of a striped image
+    uint16_t compression = COMPRESSION_NONE;
+    uint16_t predictor = PREDICTOR_NONE;
 };
 
 inline bool writeRawTiff(const std::string& path, const RawTiff& t)
@@ -160,7 +163,9 @@ inline bool writeRawTiff(const std::string& path, const RawTiff& t)
     TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, t.spp);
     TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, t.photometric);
     TIFFSetField(tif, TIFFTAG_PLANARCONFIG, t.separate ? PLANARCONFIG_SEPARATE : PLANARCONFIG_CONTIG);
-    TIFFSetField(tif, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
+    TIFFSetField(tif, TIFFTAG_COMPRESSION, t.compression);
+    if (t.predictor != PREDICTOR_NONE)
+        TIFFSetField(tif, TIFFTAG_PREDICTOR, t.predictor);
     if (t.alphaExtra) {
         const uint16_t extra[1] = {EXTRASAMPLE_UNASSALPHA};
         TIFFSetField(tif, TIFFTAG_EXTRASAMPLES, 1, extra);
@@ -209,7 +214,7 @@ inline bool writeRawTiff(const std::string& path, const RawTiff& t)
                                        static_cast<uint16_t>(plane)) >= 0;
                 }
     } else {
-        TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, 3u);
+        TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, t.rowsPerStrip);
         for (int plane = 0; plane < planes && ok; ++plane)
             for (int y = 0; y < t.height && ok; ++y) {
                 pack(buf, 0, y, t.width, 1, plane);

@@ -99,21 +99,68 @@ TEST(ImageIoTest, Tiff16RoundTripKeepsSizeDepthAndEverySample)
 TEST(ImageIoTest, DeflateTiffStripsOfOneAndSeveralRowsAnOddNumberOfThemRoundTrip)
 {
     TempDir dir;
-    // Seven rows of 8000 bytes (a strip each), and of 3000 and 3996 bytes
-    // (two a strip, the last strip one row): RGBA, RGB and grey with alpha,
-    // deflate-compressed with differencing, every sample read back.
-    for (const auto& [width, channels] : {std::pair{1000, 4}, {500, 3}, {999, 2}}) {
-        const Image im = randomImage(width, 7, channels, 9);
+    // Strips of as many rows as fit in 256 kB, one row when a row is larger,
+    // the last strip shorter: RGBA rows of 8000 bytes (32 a strip), RGB rows
+    // of 3000 bytes (87), grey with alpha in 3996 bytes (65, more than the
+    // image has), RGB rows of 300 kB (1). Deflate-compressed with
+    // differencing, every sample read back.
+    struct Case {
+        int width, height, channels;
+        uint32_t rowsPerStrip, strips;
+    };
+    for (const Case& c : {Case{1000, 70, 4, 32, 3}, Case{500, 200, 3, 87, 3}, Case{999, 7, 2, 7, 1},
+                          Case{50000, 3, 3, 1, 3}}) {
+        SCOPED_TRACE(c.width);
+        const Image im = randomImage(c.width, c.height, c.channels, 9);
         writeImage(dir.file("s.tif"), im, ImageFormat::Tiff);
         expectSameSamples(im, readImage(dir.file("s.tif")));
         TIFF* tif = TIFFOpen(dir.file("s.tif").c_str(), "r");
         ASSERT_NE(tif, nullptr);
         uint16_t compression = 0, predictor = 0;
+        uint32_t rowsPerStrip = 0;
         TIFFGetField(tif, TIFFTAG_COMPRESSION, &compression);
         TIFFGetField(tif, TIFFTAG_PREDICTOR, &predictor);
+        TIFFGetField(tif, TIFFTAG_ROWSPERSTRIP, &rowsPerStrip);
         EXPECT_EQ(compression, COMPRESSION_ADOBE_DEFLATE);
         EXPECT_EQ(predictor, PREDICTOR_HORIZONTAL);
+        EXPECT_EQ(rowsPerStrip, c.rowsPerStrip);
+        EXPECT_EQ(TIFFNumberOfStrips(tif), c.strips);
         TIFFClose(tif);
+    }
+}
+
+TEST(ImageIoTest, TiffStripsOfEverySizeReadWhole)
+{
+    TempDir dir;
+    // Deflate with differencing in strips of 4 rows, the last of 2; and a
+    // strip larger than the reader takes whole (5 MB), read row by row.
+    struct Case {
+        int width, height, bps;
+        uint32_t rowsPerStrip;
+    };
+    for (const Case& c : {Case{37, 10, 16, 4}, Case{37, 10, 8, 4}, Case{2000, 440, 16, 440}}) {
+        SCOPED_TRACE(std::to_string(c.width) + " x " + std::to_string(c.height) + ", " + std::to_string(c.bps) + " bits");
+        RawTiff t;
+        t.width = c.width;
+        t.height = c.height;
+        t.bps = c.bps;
+        t.rowsPerStrip = c.rowsPerStrip;
+        t.compression = COMPRESSION_ADOBE_DEFLATE;
+        t.predictor = PREDICTOR_HORIZONTAL;
+        const Image ref = randomImage(c.width, c.height, 3, 4);
+        for (size_t p = 0; p < static_cast<size_t>(c.width) * c.height; ++p)
+            for (int ch = 0; ch < 3; ++ch)
+                t.samples.push_back(c.bps == 8 ? static_cast<uint16_t>(ref.rgbx[p * 4 + ch] >> 8) : ref.rgbx[p * 4 + ch]);
+        const std::string path = dir.file("strips.tif");
+        ASSERT_TRUE(writeRawTiff(path, t));
+        const Image im = readImage(path);
+        ASSERT_EQ(im.rgbx.size(), ref.rgbx.size());
+        for (size_t i = 0; i < ref.rgbx.size(); ++i) {
+            const uint16_t want = i % 4 == 3 ? 65535
+                                  : c.bps == 8 ? static_cast<uint16_t>((ref.rgbx[i] >> 8) * 257)
+                                               : ref.rgbx[i];
+            ASSERT_EQ(im.rgbx[i], want) << "sample " << i;
+        }
     }
 }
 
