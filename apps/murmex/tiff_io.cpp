@@ -76,14 +76,15 @@ std::string dataFailure(TIFF* tif, const std::string& path)
     return "damaged file (the image data does not decode)";
 }
 
-// Reads the samples of the first directory as 16-bit values, `spp` per pixel
-// interleaved, whatever the storage (strips or tiles, one plane or several),
-// and hands them to emit(y, row) row by row, top to bottom. Contiguous strips
-// go row by row; tiles and separate planes are gathered whole first.
 // The largest strip read whole; larger ones (a whole image in one strip) are
 // read a row at a time, so as not to hold a second copy of the image.
 constexpr size_t kWholeStripBytes = 4 << 20;
 
+// Reads the samples of the first directory as 16-bit values, `spp` per pixel
+// interleaved, whatever the storage (strips or tiles, one plane or several),
+// and hands them to emit(y, row) row by row, top to bottom. Contiguous strips
+// go strip by strip (row by row when a strip is too large to read whole);
+// tiles and separate planes are gathered whole first.
 template <class Emit>
 void readSamples(TIFF* tif, const std::string& path, uint32_t width, uint32_t height, uint16_t spp, uint16_t bps,
                  bool separate, Emit emit)
