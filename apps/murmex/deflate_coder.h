@@ -11,6 +11,8 @@
 #include <memory>
 #include <vector>
 
+#include "helper_thread.h"
+
 struct isal_zstream;
 
 namespace murmex_app {
@@ -44,6 +46,25 @@ private:
 
     std::unique_ptr<isal_zstream> stream_;
     std::vector<uint8_t> levelBuffer_;
+};
+
+// Two parts of a file compressed at once, one on a helper thread and one on
+// the caller's: compression is most of the writing, and the format libraries
+// would run it on the writing thread alone.
+class DeflatePair {
+public:
+    // compress(coder, a) on the helper and compress(coder, *b) here, when b
+    // is given; true when both return true.
+    template <class Part, class Compress>
+    bool compress(Part& a, Part* b, Compress compress)
+    {
+        return helper_.both([&] { return compress(theirs_, a); }, [&] { return !b || compress(mine_, *b); });
+    }
+
+private:
+    DeflateCoder mine_;
+    DeflateCoder theirs_;
+    HelperThread helper_;
 };
 
 }  // namespace murmex_app

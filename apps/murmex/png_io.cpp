@@ -21,7 +21,6 @@
 #include "app_error.h"
 #include "deflate_coder.h"
 #include "file_errors.h"
-#include "helper_thread.h"
 #include "image_formats.h"
 
 namespace murmex_app::detail {
@@ -227,41 +226,26 @@ void fillPngSegment(PngSegment& segment, RowSource& rows, int first, size_t rowS
     }
 }
 
-// One zlib stream in parallel. libpng compresses the image data on the
-// writing thread alone, and compression is most of the writing: here the
-// segments are compressed two at a time (this thread and a helper), each
-// into raw deflate blocks that end on a byte boundary (the last segment's
-// blocks end the stream), so that the zlib stream is the header, the
-// segments' blocks one after the other and the Adler-32 of all the rows,
-// combined from the segments'. libpng still writes every chunk: the
-// segments go out as IDAT chunks.
+// One zlib stream in parallel. libpng would compress the image data on the
+// writing thread alone: here the segments are compressed two at a time
+// (DeflatePair), each into raw deflate blocks that end on a byte boundary
+// (the last segment's blocks end the stream), so that the zlib stream is the
+// header, the segments' blocks one after the other and the Adler-32 of all
+// the rows, combined from the segments'. libpng still writes every chunk:
+// the segments go out as IDAT chunks.
 // DeflateCoder: denoising a 12-megapixel 16-bit PNG into a PNG takes
 // 1.1-1.25 s instead of 1.6-1.9 s with zlib's level 3 and run-length
 // matching, and the output comes out a little smaller (61.1 MB, not 61.3
 // MB); noiseless synthetic gradients grow.
-class PngDeflater {
-public:
-    // Compresses a on the helper and b here; false when either fails.
-    bool compressPair(PngSegment& a, PngSegment* b)
-    {
-        return helper_.both([&] { return compress(theirs_, a); }, [&] { return !b || compress(mine_, *b); });
-    }
-
-private:
-    static bool compress(DeflateCoder& coder, PngSegment& s)
-    {
-        const size_t size = s.filtered.size();
-        s.adler = DeflateCoder::adler32(1, s.filtered.data(), size);
-        const size_t room = DeflateCoder::bound(size);
-        s.coded.resize(kZlibHeader + room + kZlibTrailer);
-        s.codedSize = coder.streamPart(s.filtered.data(), size, s.last, s.coded.data() + kZlibHeader, room);
-        return s.codedSize > 0;
-    }
-
-    DeflateCoder mine_;
-    DeflateCoder theirs_;
-    HelperThread helper_;
-};
+bool compressSegment(DeflateCoder& coder, PngSegment& s)
+{
+    const size_t size = s.filtered.size();
+    s.adler = DeflateCoder::adler32(1, s.filtered.data(), size);
+    const size_t room = DeflateCoder::bound(size);
+    s.coded.resize(kZlibHeader + room + kZlibTrailer);
+    s.codedSize = coder.streamPart(s.filtered.data(), size, s.last, s.coded.data() + kZlibHeader, room);
+    return s.codedSize > 0;
+}
 
 // Rows per segment: 16 rows of a 12-megapixel RGB photo are 400 kB.
 constexpr int kPngSegmentRows = 16;
@@ -336,7 +320,7 @@ void writePngData(PngState& s, const std::string& path, const Image& image, RowS
 {
     const size_t rowSamples = static_cast<size_t>(image.width) * static_cast<size_t>(channels);
     const int height = image.height;
-    PngDeflater deflater;
+    DeflatePair deflater;
     PngSegment segments[2];
     uLong adler = adler32_z(0, nullptr, 0);
     bool first = true;
@@ -353,7 +337,7 @@ void writePngData(PngState& s, const std::string& path, const Image& image, RowS
             y += segment.rows;
             segment.last = y >= height;
         }
-        if (!deflater.compressPair(segments[0], count > 1 ? &segments[1] : nullptr))
+        if (!deflater.compress(segments[0], count > 1 ? &segments[1] : nullptr, compressSegment))
             writeFailed(path, "cannot compress the rows");
         for (int k = 0; k < count; ++k) {
             PngSegment& segment = segments[k];

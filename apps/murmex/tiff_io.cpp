@@ -20,7 +20,6 @@
 #include "app_error.h"
 #include "deflate_coder.h"
 #include "file_errors.h"
-#include "helper_thread.h"
 #include "image_formats.h"
 
 namespace murmex_app::detail {
@@ -229,34 +228,18 @@ struct DeflateStrip {
     size_t rows = 0;
 };
 
-// Deflate is most of the writing, and libtiff runs it on the writing thread
-// alone: the strips are compressed here, two at a time (this thread and a
-// helper), and handed to libtiff as they are. The stream is what libtiff
-// writes: horizontal differencing of the 16-bit samples of each row
-// (predictor 2), then a zlib stream (DeflateCoder). The denoised
-// 12-megapixel 16-bit demo scene is compressed in 0.12 s of processor time
-// instead of 0.77 s with libdeflate's fastest level, to the same size
-// (61.2 MB); noiseless synthetic gradients grow (the clean demo scene: 10.5
-// MB instead of 9.8 MB).
-class DeflateWriter {
-public:
-    // Compresses a on the helper and b here; false when either fails.
-    bool compressPair(DeflateStrip& a, DeflateStrip* b)
-    {
-        return helper_.both([&] { return compress(theirs_, a); }, [&] { return !b || compress(mine_, *b); });
-    }
-
-private:
-    static bool compress(DeflateCoder& coder, DeflateStrip& s)
-    {
-        return coder.zlibStream(reinterpret_cast<const uint8_t*>(s.samples.data()),
-                                s.samples.size() * sizeof(uint16_t), s.coded);
-    }
-
-    DeflateCoder mine_;
-    DeflateCoder theirs_;
-    HelperThread helper_;
-};
+// The strips are compressed here, two at a time (DeflatePair), and handed to
+// libtiff as they are. The stream is what libtiff writes: horizontal
+// differencing of the 16-bit samples of each row (predictor 2), then a zlib
+// stream (DeflateCoder). The denoised 12-megapixel 16-bit demo scene is
+// compressed in 0.12 s of processor time instead of 0.77 s with libdeflate's
+// fastest level, to the same size (61.2 MB); noiseless synthetic gradients
+// grow (the clean demo scene: 10.5 MB instead of 9.8 MB).
+bool compressStrip(DeflateCoder& coder, DeflateStrip& s)
+{
+    return coder.zlibStream(reinterpret_cast<const uint8_t*>(s.samples.data()), s.samples.size() * sizeof(uint16_t),
+                            s.coded);
+}
 
 // Deflate strips of about 256 kB, where libtiff's default would give one
 // row of a large photo: every strip starts its Huffman codes afresh, so
@@ -292,7 +275,7 @@ void writeDeflateStrips(TIFF* t, const std::string& path, const Image& image, Ro
 {
     const size_t rowSamples = static_cast<size_t>(image.width) * static_cast<size_t>(spp);
     const int height = image.height;
-    DeflateWriter writer;
+    DeflatePair writer;
     DeflateStrip strips[2];
     int y = 0;
     while (y < height) {
@@ -306,7 +289,7 @@ void writeDeflateStrips(TIFF* t, const std::string& path, const Image& image, Ro
             fillStrip(s, rows, y, rowSamples, spp);
             y += static_cast<int>(s.rows);
         }
-        if (!writer.compressPair(strips[0], count > 1 ? &strips[1] : nullptr))
+        if (!writer.compress(strips[0], count > 1 ? &strips[1] : nullptr, compressStrip))
             writeFailed(path, "cannot compress a strip");
         for (int k = 0; k < count; ++k) {
             const DeflateStrip& s = strips[k];
