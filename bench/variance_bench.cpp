@@ -13,6 +13,7 @@
 #include "denoise/raster/variance.h"
 #include "denoise/raster/variance_step_abs.h"
 #include "held_plane.h"
+#include "node_bench.h"
 
 namespace {
 
@@ -32,21 +33,12 @@ void pullAll(benchmark::State& state, JIncrRaster& node)
     state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(kWidth) * kHeight);
 }
 
-bool setPath(benchmark::State& state, bool vector)
-{
-    if (vector && JCPUInfo::detectedLevel() < JCPUInfo::AVX2) {
-        state.SkipWithError("no AVX2 on this processor");
-        return false;
-    }
-    JCPUInfo::SIMDSupported = vector;
-    JCPUInfo::SIMDLevel = vector ? JCPUInfo::detectedLevel() : static_cast<int>(JCPUInfo::Scalar);
-    return true;
-}
-
-// Args: vector path on or off, turbo rows on or off.
+// Args: the instruction set (JCPUInfo::Level: 0 scalar, 2 AVX2, 3 AVX-512),
+// turbo rows on or off.
 void BM_Variance(benchmark::State& state)
 {
-    if (!setPath(state, state.range(0) != 0))
+    const int level = static_cast<int>(state.range(0));
+    if (!murmex_bench::selectPath(state, level != JCPUInfo::Scalar, level))
         return;
     murmex_bench::HeldPlane in(kWidth, kHeight, 17, -0.05f, 0.05f);
     JIncrRaster_Variance node(in, 4);
@@ -55,10 +47,11 @@ void BM_Variance(benchmark::State& state)
     JCPUInfo::reset();
 }
 
-// Args: vector path on or off, step.
+// Args: the instruction set as above, step.
 void BM_VarianceStepAbs(benchmark::State& state)
 {
-    if (!setPath(state, state.range(0) != 0))
+    const int level = static_cast<int>(state.range(0));
+    if (!murmex_bench::selectPath(state, level != JCPUInfo::Scalar, level))
         return;
     murmex_bench::HeldPlane in(kWidth, kHeight, 17, -0.05f, 0.05f);
     JIncrRaster_VarianceStepAbs node(in, 2, static_cast<int>(state.range(1)));
@@ -66,7 +59,7 @@ void BM_VarianceStepAbs(benchmark::State& state)
     JCPUInfo::reset();
 }
 
-BENCHMARK(BM_Variance)->ArgNames({"vector", "turbo"})->Args({0, 0})->Args({1, 0})->Args({0, 1})->Args({1, 1});
-BENCHMARK(BM_VarianceStepAbs)->ArgNames({"vector", "step"})->ArgsProduct({{0, 1}, {1, 2, 3, 4}});
+BENCHMARK(BM_Variance)->ArgNames({"level", "turbo"})->ArgsProduct({{0, 2, 3}, {0, 1}});
+BENCHMARK(BM_VarianceStepAbs)->ArgNames({"level", "step"})->ArgsProduct({{0, 2, 3}, {1, 2, 3, 4}});
 
 }  // namespace

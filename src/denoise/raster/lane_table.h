@@ -81,6 +81,10 @@ MURMEX_LANES_AVX2 inline void transpose8(__m256 r[8])
 // Fills `store` with columns x0 .. x0 + columns - 1 of the nIn input rows
 // in[0..nIn-1] (op applied; a null row reads as zeros), for `lanes` lanes (a multiple of 8) whose taps
 // reach up to input row (lanes - 1)*d + maxTap. Reads only those columns.
+// Eight columns at a time are filled whole, every 8 x 8 block of them, so
+// that their lines are written while they are in the first-level cache
+// (filling one block of rows across the whole width at a time wrote each
+// line in pieces, M / 8 passes apart).
 template <Op op>
 MURMEX_LANES_AVX2 Table build(const float* const* in, int nIn, int d, int x0, int columns, int lanes, int maxTap,
                               std::vector<float>& store)
@@ -91,27 +95,35 @@ MURMEX_LANES_AVX2 Table build(const float* const* in, int nIn, int d, int x0, in
     t.colStride = d * t.M;
     store.resize(static_cast<size_t>(columns) * t.colStride);
     float* base = store.data();
-    const __m256 zero = _mm256_setzero_ps();
+    // Block b = p * (M / 8) + m0 / 8 holds input rows (m0 + q) * d + p, q = 0..7.
+    const int blocks = t.colStride / 8;
+    thread_local std::vector<const float*> src;
+    src.resize(static_cast<size_t>(blocks) * 8);
     for (int p = 0; p < d; ++p)
-        for (int m0 = 0; m0 < t.M; m0 += 8) {
-            const float* src[8];
+        for (int m0 = 0; m0 < t.M; m0 += 8)
             for (int q = 0; q < 8; ++q) {
                 const int i = (m0 + q) * d + p;
-                src[q] = i < nIn && in[i] ? in[i] + x0 : nullptr;
+                src[static_cast<size_t>(p * t.M + m0 + q)] = i < nIn && in[i] ? in[i] + x0 : nullptr;
             }
-            float* dst = base + p * t.M + m0;
-            int c = 0;
-            for (; c + 8 <= columns; c += 8) {
-                __m256 r[8];
-                for (int q = 0; q < 8; ++q)
-                    r[q] = src[q] ? apply8<op>(_mm256_loadu_ps(src[q] + c)) : zero;
-                transpose8(r);
-                for (int q = 0; q < 8; ++q)
-                    _mm256_storeu_ps(dst + static_cast<ptrdiff_t>(c + q) * t.colStride, r[q]);
-            }
-            for (; c < columns; ++c)
-                for (int q = 0; q < 8; ++q)
-                    dst[static_cast<ptrdiff_t>(c) * t.colStride + q] = src[q] ? apply1<op>(src[q][c]) : 0.0f;
+    const __m256 zero = _mm256_setzero_ps();
+    int c = 0;
+    for (; c + 8 <= columns; c += 8)
+        for (int b = 0; b < blocks; ++b) {
+            const float* const* rows = src.data() + static_cast<size_t>(b) * 8;
+            __m256 r[8];
+            for (int q = 0; q < 8; ++q)
+                r[q] = rows[q] ? apply8<op>(_mm256_loadu_ps(rows[q] + c)) : zero;
+            transpose8(r);
+            float* dst = base + static_cast<ptrdiff_t>(c) * t.colStride + b * 8;
+            for (int q = 0; q < 8; ++q)
+                _mm256_storeu_ps(dst + static_cast<ptrdiff_t>(q) * t.colStride, r[q]);
+        }
+    for (; c < columns; ++c)
+        for (int b = 0; b < blocks; ++b) {
+            const float* const* rows = src.data() + static_cast<size_t>(b) * 8;
+            float* dst = base + static_cast<ptrdiff_t>(c) * t.colStride + b * 8;
+            for (int q = 0; q < 8; ++q)
+                dst[q] = rows[q] ? apply1<op>(rows[q][c]) : 0.0f;
         }
     t.data = base;
     return t;
