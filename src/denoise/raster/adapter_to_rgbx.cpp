@@ -18,11 +18,14 @@ void JIncrRaster_AdapterToRGBX::refInputs(int)
 
 void JIncrRaster_AdapterToRGBX::computeScanline(int row, float* out)
 {
-    JMutexLocker lock(pixelsMutex_);
-    source_->getScanline(row, xStart_, xEnd_, reinterpret_cast<unsigned short*>(pixels_.data()));
+    JPixelBuffers::Lease pixels = pixels_.take();
+    {
+        JMutexLocker lock(pixelsMutex_);
+        source_->getScanline(row, xStart_, xEnd_, reinterpret_cast<unsigned short*>(pixels.data()));
+    }
     const int n = width();
     for (int x = 0; x < n; ++x) {
-        const JPixel& p = pixels_[x];
+        const JPixel& p = pixels.data()[x];
         float* o = out + 4 * x;
         o[0] = static_cast<float>(p.red) * 1.5259022e-05f;
         o[1] = static_cast<float>(p.green) * 1.5259022e-05f;

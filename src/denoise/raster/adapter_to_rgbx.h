@@ -4,12 +4,11 @@
 // one single-precision product per sample; the fourth channel is scaled too.
 #pragma once
 
-#include <vector>
-
 #include "base/image_adapter.h"
 #include "base/mutex.h"
 #include "color/pixel.h"
 #include "denoise/raster/incr_raster.h"
+#include "denoise/raster/pixel_buffers.h"
 
 class JIncrRaster_AdapterToRGBX : public JIncrRaster {
 public:
@@ -24,7 +23,8 @@ private:
     JImageAdapter* source_;
     int xStart_;
     int xEnd_;
-    // xEnd - xStart + 9 pixels; one adapter call at a time fills it.
-    std::vector<JPixel> pixels_;
+    // Rows of xEnd - xStart + 9 pixels; the adapter fills one at a time,
+    // under the mutex, and each is converted outside it.
+    JPixelBuffers pixels_;
     JMutex pixelsMutex_;
 };

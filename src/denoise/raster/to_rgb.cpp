@@ -1,5 +1,7 @@
 #include "denoise/raster/to_rgb.h"
 
+#include <algorithm>
+
 #include "base/cpu_info.h"
 #include "base/ex.h"
 #include "base/qtless/qobject.h"
@@ -11,6 +13,7 @@ JIncrRaster_ToRGB::JIncrRaster_ToRGB(JIncrRaster& y, JIncrRaster& cr, JIncrRaste
       xStart_(xStart),
       xEnd_(xEnd),
       leadIn_(leadIn),
+      pixels_(static_cast<size_t>(std::max(0, leadIn)) + static_cast<size_t>(y.width()) + 4),
       y_(y),
       cr_(cr),
       cb_(cb)
@@ -23,10 +26,15 @@ JIncrRaster_ToRGB::JIncrRaster_ToRGB(JIncrRaster& y, JIncrRaster& cr, JIncrRaste
                       .arg(xEnd)
                       .arg(y.width())
                       .arg(leadIn));
-    pixels_.resize(static_cast<size_t>(leadIn) + y.width() + 4, JPixel{0, 0, 0, 0});
     requireDataType(Plane, y);
     requireDataType(Plane, cr);
     requireDataType(Plane, cb);
+}
+
+void JIncrRaster_ToRGB::write(int row, const JPixel* px)
+{
+    JMutexLocker lock(pixelsMutex_);
+    destination_->putScanline(row, xStart_, xEnd_, reinterpret_cast<const unsigned short*>(px + leadIn_));
 }
 
 void JIncrRaster_ToRGB::refInputs(int row)
@@ -45,11 +53,12 @@ void JIncrRaster_ToRGB::computeScanline(int row, float* out)
     const float* y = y_.getScanline(row);
     const float* cr = cr_.getScanline(row);
     const float* cb = cb_.getScanline(row);
-    JMutexLocker lock(pixelsMutex_);
+    JPixelBuffers::Lease pixels = pixels_.take();
+    JPixel* px = pixels.data();
     const int n = width();
     for (int x = 0; x < n; ++x)
-        pixels_[x].fromYCrCb(y[x], cr[x], cb[x]);
-    destination_->putScanline(row, xStart_, xEnd_, reinterpret_cast<const unsigned short*>(pixels_.data() + leadIn_));
+        px[x].fromYCrCb(y[x], cr[x], cb[x]);
+    write(row, px);
     y_.unrefScanline(row);
     cr_.unrefScanline(row);
     cb_.unrefScanline(row);

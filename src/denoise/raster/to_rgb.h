@@ -6,12 +6,11 @@
 // are not written. The node's own row is left untouched: the write is the work.
 #pragma once
 
-#include <vector>
-
 #include "base/image_adapter.h"
 #include "base/mutex.h"
 #include "color/pixel.h"
 #include "denoise/raster/incr_raster.h"
+#include "denoise/raster/pixel_buffers.h"
 
 class JIncrRaster_ToRGB : public JIncrRaster {
 public:
@@ -27,12 +26,16 @@ public:
     virtual void computeScanline_SIMD(int row, float* out);
 
 private:
+    // Hands the built row px to the adapter, one row at a time.
+    void write(int row, const JPixel* px);
+
     JImageAdapter* destination_;
     int xStart_;
     int xEnd_;
     int leadIn_;
-    // leadIn + width + 4 pixels; one row at a time is built and written.
-    std::vector<JPixel> pixels_;
+    // Rows of leadIn + width + 4 pixels, built outside the mutex; the
+    // adapter writes one at a time, under it.
+    JPixelBuffers pixels_;
     JMutex pixelsMutex_;
     JIncrRaster& y_;
     JIncrRaster& cr_;

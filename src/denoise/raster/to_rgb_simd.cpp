@@ -156,9 +156,9 @@ void JIncrRaster_ToRGB::computeScanline_SIMD(int row, float*)
     const float* y = y_.getScanline(row);
     const float* cr = cr_.getScanline(row);
     const float* cb = cb_.getScanline(row);
-    JMutexLocker lock(pixelsMutex_);
+    JPixelBuffers::Lease pixels = pixels_.take();
     const int n = width();
-    JPixel* px = pixels_.data();
+    JPixel* px = pixels.data();
     int x = 0;
     if (JCPUInfo::useSIMD(JCPUInfo::AVX512))
         x = avx512::toRGBRow<avx512::Lanes>(y, cr, cb, px, n);
@@ -168,7 +168,7 @@ void JIncrRaster_ToRGB::computeScanline_SIMD(int row, float*)
         x = sse::toRGBRow<sse::Lanes>(y, cr, cb, px, n);
     for (; x < n; ++x)
         px[x].fromYCrCb(y[x], cr[x], cb[x]);
-    destination_->putScanline(row, xStart_, xEnd_, reinterpret_cast<const unsigned short*>(px + leadIn_));
+    write(row, px);
     y_.unrefScanline(row);
     cr_.unrefScanline(row);
     cb_.unrefScanline(row);

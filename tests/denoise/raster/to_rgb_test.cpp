@@ -1,6 +1,7 @@
 #include "denoise/raster/to_rgb.h"
 
 #include <atomic>
+#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -342,6 +343,80 @@ TEST(ToRGBTest, RoundTripThroughMemoryImages)
         for (int j = 0; j < h; ++j)
             EXPECT_EQ(rgbx.refCount(j), 0);
     });
+}
+
+// A memory image that notes whether two of its calls ever ran at once. Each
+// call lingers a little, so that overlapping calls would be seen.
+class OneCallAtATime : public MemoryImage {
+public:
+    using MemoryImage::MemoryImage;
+    void getScanline(int y, int xStart, int xEnd, unsigned short* pixels) override
+    {
+        enter();
+        MemoryImage::getScanline(y, xStart, xEnd, pixels);
+        leave();
+    }
+    void putScanline(int y, int xStart, int xEnd, const unsigned short* pixels) override
+    {
+        enter();
+        MemoryImage::putScanline(y, xStart, xEnd, pixels);
+        leave();
+    }
+    bool overlapped() const { return overlapped_.load(); }
+
+private:
+    void enter()
+    {
+        if (active_.fetch_add(1) != 0)
+            overlapped_ = true;
+        std::this_thread::sleep_for(std::chrono::microseconds(50));
+    }
+    void leave() { active_.fetch_sub(1); }
+
+    std::atomic<int> active_{0};
+    std::atomic<bool> overlapped_{false};
+};
+
+TEST(ToRGBThreadTest, AdapterCallsNeverOverlapAndThePixelsPastTheStripStayZero)
+{
+    // Rows are converted on several threads at once, each in a row buffer of
+    // its own, but each end of the strip calls its adapter one row at a time.
+    // The destination takes the strip's 13 pixels and the 4 spare ones past
+    // them, which hold zeros on every row whichever buffer wrote it.
+    const int w = 13, h = 64;
+    OneCallAtATime src(w, h);
+    std::mt19937 rng(9);
+    std::uniform_int_distribution<int> sample(0, 65535);
+    for (uint16_t& v : src.data())
+        v = static_cast<uint16_t>(sample(rng));
+    JIncrRaster_AdapterToRGBX rgbx(&src, 0, w - 1);
+    JIncrRaster_RGBXToYCrCb y(&rgbx, JImageLib::Y);
+    JIncrRaster_RGBXToYCrCb cr(&rgbx, JImageLib::Cr);
+    JIncrRaster_RGBXToYCrCb cb(&rgbx, JImageLib::Cb);
+    OneCallAtATime dst(w + 4, h);
+    dst.fill(7, 7, 7, 7);
+    JIncrRaster_ToRGB out(y, cr, cb, &dst, 0, w + 3, 0);
+    std::atomic<int> next{0};
+    auto work = [&] {
+        for (int row; (row = next.fetch_add(1)) < h;) {
+            out.refScanline(row);
+            out.getScanline(row);
+            out.unrefScanline(row);
+        }
+    };
+    std::vector<std::thread> pool;
+    for (int t = 0; t < 4; ++t)
+        pool.emplace_back(work);
+    for (std::thread& t : pool)
+        t.join();
+    EXPECT_FALSE(src.overlapped());
+    EXPECT_FALSE(dst.overlapped());
+    EXPECT_EQ(src.getCalls(), h);
+    EXPECT_EQ(dst.putCalls(), h);
+    for (int j = 0; j < h; ++j)
+        for (int x = w; x < w + 4; ++x)
+            for (int c = 0; c < 4; ++c)
+                ASSERT_EQ(dst.at(x, j, c), 0) << "pixel " << x << " row " << j << " sample " << c;
 }
 
 TEST(ToRGBThreadTest, FourThreadsWriteEveryRowOnceAndMatchOneThread)
