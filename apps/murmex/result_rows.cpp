@@ -92,7 +92,21 @@ void ResultRows::put(int y, int x0, int x1, const uint16_t* rgbx)
             return;
         assemble(r, takeBuffer());
     }
-    ready_.notify_all();
+    completed(y);
+}
+
+bool ResultRows::complete(int from, int to) const
+{
+    for (int y = from; y <= to; ++y)
+        if (rows_[static_cast<size_t>(y)].whole.empty())
+            return false;
+    return true;
+}
+
+void ResultRows::completed(int y)
+{
+    if (waitFrom_ >= 0 && y >= waitFrom_ && y <= waitTo_ && complete(waitFrom_, waitTo_))
+        ready_.notify_all();
 }
 
 void ResultRows::finish()
@@ -128,6 +142,12 @@ void ResultRows::abandon()
     ready_.notify_all();
 }
 
+bool ResultRows::writerWaiting()
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    return waitFrom_ >= 0;
+}
+
 uint16_t* ResultRows::row(int y)
 {
     std::unique_lock<std::mutex> lock(mutex_);
@@ -136,7 +156,12 @@ uint16_t* ResultRows::row(int y)
         taken_ = -1;
     }
     Row& r = rows_.at(static_cast<size_t>(y));
-    ready_.wait(lock, [&] { return abandoned_ || !r.whole.empty(); });
+    if (!abandoned_ && r.whole.empty()) {
+        waitFrom_ = y;
+        waitTo_ = std::min(y + kWakeRows, height_) - 1;
+        ready_.wait(lock, [&] { return abandoned_ || complete(waitFrom_, waitTo_); });
+        waitFrom_ = waitTo_ = -1;
+    }
     if (abandoned_)
         throw AppError("the denoising stopped before the image was complete");
     r.written = true;

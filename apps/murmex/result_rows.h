@@ -44,14 +44,21 @@ public:
     void abandon();
 
     // Row y in the output's channels, once complete; blocks until then. The
-    // previous row's buffer goes back to the pool.
+    // previous row's buffer goes back to the pool. A writer that has to wait
+    // is woken when the rows from y on are complete for kWakeRows rows (or to
+    // the last row, or the job ends), not for each row: every wake-up takes
+    // a processor from the library's workers.
     uint16_t* row(int y) override;
+    static constexpr int kWakeRows = 8;
 
     // The writer failed and takes no more rows: the rows held are freed and
     // later puts are dropped. The library should then be stopped
     // (writerStopped() tells its progress callback).
     void close();
     bool writerStopped() const { return closed_.load(std::memory_order_relaxed); }
+
+    // For tests: whether the writer is waiting in row().
+    bool writerWaiting();
 
 private:
     struct Piece {
@@ -73,6 +80,11 @@ private:
     void assemble(Row& r, std::vector<uint16_t> base);
     // A full-row buffer from the pool, or a new one. Called with the lock held.
     std::vector<uint16_t> takeBuffer();
+    // Whether rows from..to are all complete. Called with the lock held.
+    bool complete(int from, int to) const;
+    // Row y has just become complete: wakes the writer when it waits for the
+    // rows this completes. Called with the lock held.
+    void completed(int y);
 
     const Image& source_;
     const int width_, height_, channels_;
@@ -81,6 +93,7 @@ private:
     std::vector<Row> rows_;
     std::vector<std::vector<uint16_t>> pool_;  // full-row buffers for reuse
     int taken_ = -1;                           // the row the writer holds
+    int waitFrom_ = -1, waitTo_ = -1;          // the rows a waiting writer needs, else -1
     bool abandoned_ = false;
     std::atomic<bool> closed_{false};
 };

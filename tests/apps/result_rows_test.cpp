@@ -5,6 +5,8 @@
 
 #include "murmex/result_rows.h"
 
+#include <atomic>
+#include <chrono>
 #include <random>
 #include <thread>
 #include <vector>
@@ -127,6 +129,55 @@ TEST(ResultRowsThreadTest, GreySourcesGetTheRoundedMeanOfTheThreeChannels)
 {
     expectWriterGetsEveryRow(randomImage(29, 17, 2, 3), 2);
     expectWriterGetsEveryRow(randomImage(29, 17, 1, 4), 4);
+}
+
+// Waits, up to ten seconds, until done() holds; false if it never does.
+template <class Done>
+bool eventually(Done done)
+{
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > until)
+            return false;
+        std::this_thread::yield();
+    }
+    return true;
+}
+
+TEST(ResultRowsThreadTest, AWaitingWriterIsWokenForEightRowsAtATimeUpToTheLast)
+{
+    // Waking the writer takes a processor from the library's workers, so a
+    // writer that waits for row y wakes once rows y..y+7 are all there (or
+    // the rows up to the last, or the job ends), whatever order they come in.
+    static_assert(ResultRows::kWakeRows == 8);
+    const int width = 5, height = 10;
+    const Image source = randomImage(width, height, 3, 8);
+    const std::vector<uint16_t> rgbx = randomRgbx(width, height, 9);
+    ResultRows rows(source);
+    std::atomic<int> taken{0};
+    std::thread writer([&] {
+        for (int y = 0; y < height; ++y) {
+            rows.row(y);
+            taken = y + 1;
+        }
+    });
+    auto put = [&](int y) { rows.put(y, 0, width - 1, rgbx.data() + static_cast<size_t>(y) * width * 4); };
+    bool ok = eventually([&] { return rows.writerWaiting(); });
+    EXPECT_TRUE(ok) << "the writer never waited for row 0";
+    for (int y : {3, 0, 1, 2, 6, 4, 5})
+        put(y);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(taken.load(), 0) << "woken before row 7 was complete";
+    put(7);
+    ok = eventually([&] { return taken.load() == 8 && rows.writerWaiting(); });
+    EXPECT_TRUE(ok) << "rows 0 to 7 did not reach the writer";
+    // Rows 8 and 9 are the last two: the writer waits for them alone.
+    put(9);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(taken.load(), 8);
+    put(8);
+    writer.join();
+    EXPECT_EQ(taken.load(), height);
 }
 
 TEST(ResultRowsThreadTest, FinishCompletesRowsNeverPutWithZeros)
