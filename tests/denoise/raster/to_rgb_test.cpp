@@ -345,6 +345,34 @@ TEST(ToRGBTest, RoundTripThroughMemoryImages)
     });
 }
 
+// Random 16-bit samples in every pixel of img.
+void fillRandom(MemoryImage& img, uint32_t seed)
+{
+    std::mt19937 rng(seed);
+    std::uniform_int_distribution<int> sample(0, 65535);
+    for (uint16_t& v : img.data())
+        v = static_cast<uint16_t>(sample(rng));
+}
+
+// Pulls every row of node once, the rows shared out between `threads`
+// threads as each comes free.
+void pullOnThreads(JIncrRaster& node, int threads)
+{
+    std::atomic<int> next{0};
+    auto work = [&] {
+        for (int row; (row = next.fetch_add(1)) < node.height();) {
+            node.refScanline(row);
+            node.getScanline(row);
+            node.unrefScanline(row);
+        }
+    };
+    std::vector<std::thread> pool;
+    for (int t = 0; t < threads; ++t)
+        pool.emplace_back(work);
+    for (std::thread& t : pool)
+        t.join();
+}
+
 // A memory image that notes whether two of its calls ever ran at once. Each
 // call lingers a little, so that overlapping calls would be seen.
 class OneCallAtATime : public MemoryImage {
@@ -385,10 +413,7 @@ TEST(ToRGBThreadTest, AdapterCallsNeverOverlapAndThePixelsPastTheStripStayZero)
     // them, which hold zeros on every row whichever buffer wrote it.
     const int w = 13, h = 64;
     OneCallAtATime src(w, h);
-    std::mt19937 rng(9);
-    std::uniform_int_distribution<int> sample(0, 65535);
-    for (uint16_t& v : src.data())
-        v = static_cast<uint16_t>(sample(rng));
+    fillRandom(src, 9);
     JIncrRaster_AdapterToRGBX rgbx(&src, 0, w - 1);
     JIncrRaster_RGBXToYCrCb y(&rgbx, JImageLib::Y);
     JIncrRaster_RGBXToYCrCb cr(&rgbx, JImageLib::Cr);
@@ -396,19 +421,7 @@ TEST(ToRGBThreadTest, AdapterCallsNeverOverlapAndThePixelsPastTheStripStayZero)
     OneCallAtATime dst(w + 4, h);
     dst.fill(7, 7, 7, 7);
     JIncrRaster_ToRGB out(y, cr, cb, &dst, 0, w + 3, 0);
-    std::atomic<int> next{0};
-    auto work = [&] {
-        for (int row; (row = next.fetch_add(1)) < h;) {
-            out.refScanline(row);
-            out.getScanline(row);
-            out.unrefScanline(row);
-        }
-    };
-    std::vector<std::thread> pool;
-    for (int t = 0; t < 4; ++t)
-        pool.emplace_back(work);
-    for (std::thread& t : pool)
-        t.join();
+    pullOnThreads(out, 4);
     EXPECT_FALSE(src.overlapped());
     EXPECT_FALSE(dst.overlapped());
     EXPECT_EQ(src.getCalls(), h);
@@ -423,10 +436,7 @@ TEST(ToRGBThreadTest, FourThreadsWriteEveryRowOnceAndMatchOneThread)
 {
     const int w = 45, h = 96;
     MemoryImage src(w, h);
-    std::mt19937 rng(8);
-    std::uniform_int_distribution<int> sample(0, 65535);
-    for (uint16_t& v : src.data())
-        v = static_cast<uint16_t>(sample(rng));
+    fillRandom(src, 8);
 
     auto run = [&](int threads) {
         JIncrRaster_AdapterToRGBX rgbx(&src, 0, w - 1);
@@ -435,19 +445,7 @@ TEST(ToRGBThreadTest, FourThreadsWriteEveryRowOnceAndMatchOneThread)
         JIncrRaster_RGBXToYCrCb cb(&rgbx, JImageLib::Cb);
         MemoryImage dst(w, h);
         JIncrRaster_ToRGB out(y, cr, cb, &dst, 0, w - 1, 0);
-        std::atomic<int> next{0};
-        auto work = [&] {
-            for (int row; (row = next.fetch_add(1)) < h;) {
-                out.refScanline(row);
-                out.getScanline(row);
-                out.unrefScanline(row);
-            }
-        };
-        std::vector<std::thread> pool;
-        for (int t = 0; t < threads; ++t)
-            pool.emplace_back(work);
-        for (std::thread& t : pool)
-            t.join();
+        pullOnThreads(out, threads);
         for (int c : dst.writeCounts())
             EXPECT_EQ(c, 1);
         for (int j = 0; j < h; ++j)
