@@ -194,6 +194,15 @@ void packPixels(const Image& image, int y, int x0, int x1, const uint16_t* rgbx,
     } else if (alpha) {
         a = image.alpha.data() + first;
     }
+    if (!grey && !a) {
+        // The common case, RGB without alpha, as a loop without branches.
+        for (int x = x0; x <= x1; ++x, rgbx += 4, out += 3) {
+            out[0] = rgbx[0];
+            out[1] = rgbx[1];
+            out[2] = rgbx[2];
+        }
+        return;
+    }
     for (int x = x0; x <= x1; ++x, rgbx += 4, out += channels) {
         if (grey) {
             out[0] = static_cast<uint16_t>((static_cast<uint32_t>(rgbx[0]) + rgbx[1] + rgbx[2] + 1) / 3);
