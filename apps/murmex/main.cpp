@@ -1,4 +1,6 @@
 // murmex: the command-line host of the noise-reduction library.
+#include <malloc.h>
+
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -46,6 +48,13 @@ CommandRunner addHelpCommand(CLI::App& app)
 
 int main(int argc, char** argv)
 {
+    // One malloc arena for every thread. The library's workers, the reader
+    // and the writer each got an arena of their own, and the memory one of
+    // them freed stayed in it, out of the others' reach: a 24-megapixel TIFF
+    // peaked about 8 MB higher. The library keeps its rows in pools of its
+    // own, so the shared arena costs no measurable time.
+    mallopt(M_ARENA_MAX, 1);
+
     CLI::App app{"murmex: photographic noise reduction with measured noise profiles", "murmex"};
     app.require_subcommand(1);
     app.set_version_flag("--version", "murmex " MURMEX_VERSION, "show the program's version and exit");
