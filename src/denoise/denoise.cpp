@@ -37,6 +37,23 @@ namespace {
 constexpr int kStripMargin = 32;
 constexpr int kMaxLevels = 5;
 
+// Marks a graph's nodes as used by this thread alone for as long as it lives.
+class ReferencingAlone {
+public:
+    explicit ReferencingAlone(const std::vector<std::unique_ptr<JIncrRaster>>& nodes) : nodes_(nodes) { set(true); }
+    ~ReferencingAlone() { set(false); }
+    ReferencingAlone(const ReferencingAlone&) = delete;
+    ReferencingAlone& operator=(const ReferencingAlone&) = delete;
+
+private:
+    void set(bool alone) const
+    {
+        for (const auto& node : nodes_)
+            node->setReferencingAlone(alone);
+    }
+    const std::vector<std::unique_ptr<JIncrRaster>>& nodes_;
+};
+
 }  // namespace
 
 // Every node of one strip's graph. The graph owns them all; they are deleted
@@ -264,9 +281,13 @@ bool JDenoise::runStrip(JImageAdapter* in, JImageAdapter* out, int strip, int xS
     graphNodes_ = static_cast<int>(pipeline->nodes.size());
 
     // Every row is referenced before any is pulled, so that no row of any
-    // node is evaluated twice.
-    for (int row = yStart; row <= yEnd; ++row)
-        final->refScanline(row);
+    // node is evaluated twice. No worker has the graph yet, so the nodes
+    // count these references without locks.
+    {
+        const ReferencingAlone alone(pipeline->nodes);
+        for (int row = yStart; row <= yEnd; ++row)
+            final->refScanline(row);
+    }
 
     bool cancelled = false;
     if (threads_.empty()) {

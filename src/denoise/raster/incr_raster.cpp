@@ -166,6 +166,20 @@ void JIncrRaster::refScanline(int row)
 {
     const int r = mirrorRow(row);
     Slot& s = rows_[r];
+    if (referencingAlone_) {
+        // The steps below, with no other thread to exclude.
+        const int count = s.count.load(std::memory_order_relaxed);
+        if (count == 0) {
+            try {
+                refInputs(r);
+            } catch (...) {
+                s.count.store(1, std::memory_order_relaxed);
+                throw;
+            }
+        }
+        s.count.store(count + 1, std::memory_order_relaxed);
+        return;
+    }
     // A row that is referenced already, its inputs with it, takes one more
     // reference without the lock.
     int count = s.count.load(std::memory_order_relaxed);

@@ -61,6 +61,12 @@ public:
 
     void refScanline(int row);
     void unrefScanline(int row);
+    // While set, refScanline takes it that no other thread uses this node, as
+    // in the pass that references every row of a graph before any is pulled:
+    // the counts change by plain loads and stores and a first reference
+    // takes no lock. Set and cleared only while no other thread works on the
+    // graph (the signal that later hands it on orders the change).
+    void setReferencingAlone(bool alone) { referencingAlone_ = alone; }
     // Fetches row `row` and copies it, margins and slack included, into dst,
     // the data pointer of a buffer of this node's layout. The element count is
     // (W + 2m) + 16 for types 0 and 1 and (W + 2m)*2 + 16 for type 2: for type
@@ -156,4 +162,5 @@ private:
     std::atomic<int> turbo_{0};
     DataType dataType_ = Plane;
     std::vector<char*> pool_;
+    bool referencingAlone_ = false;
 };

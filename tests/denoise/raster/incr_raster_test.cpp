@@ -1,5 +1,6 @@
 #include "denoise/raster/incr_raster.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstring>
@@ -526,4 +527,113 @@ TEST(IncrRasterTest, TurboAndDataTypeAreStored)
     n.requireDataType(JIncrRaster::RGBX, other);  // documents only; never fails
     EXPECT_EQ(static_cast<int>(JIncrRaster::RGBX), 1);
     EXPECT_EQ(static_cast<int>(JIncrRaster::Pair), 2);
+}
+
+namespace {
+
+// Odd rows reference this node's own rows y - 1 and y + 1, as a node averaging
+// its own rows does; even rows reference the input row y.
+class OwnRowsNode : public JIncrRaster {
+public:
+    explicit OwnRowsNode(JIncrRaster& in) : JIncrRaster(in.width(), in.height()), in_(in) {}
+    void refInputs(int row) override
+    {
+        if (row & 1) {
+            refScanline(row - 1);
+            refScanline(row + 1);
+        } else {
+            in_.refScanline(row);
+        }
+    }
+
+private:
+    JIncrRaster& in_;
+};
+
+// refInputs throws for one row.
+class FailingRefNode : public JIncrRaster {
+public:
+    FailingRefNode(int w, int h, int failing) : JIncrRaster(w, h), failing_(failing) {}
+    void refInputs(int row) override
+    {
+        ++calls;
+        if (row == failing_)
+            throw std::runtime_error("no inputs for row " + std::to_string(row));
+    }
+    int calls = 0;
+
+private:
+    int failing_;
+};
+
+// Every node's count of every row after referencing rows -3 .. h + 2 of the
+// top of CountingNode <- PairSumNode <- OwnRowsNode, with one row unreferenced
+// beforehand so that its count starts below zero.
+std::vector<int> countsAfterReferencing(bool alone)
+{
+    const int w = 5, h = 9;
+    CountingNode src(w, h);
+    PairSumNode sum(src);
+    OwnRowsNode top(sum);
+    for (JIncrRaster* node : {static_cast<JIncrRaster*>(&src), static_cast<JIncrRaster*>(&sum),
+                              static_cast<JIncrRaster*>(&top)})
+        node->setReferencingAlone(alone);
+    sum.unrefScanline(4);
+    for (int y = -3; y < h + 3; ++y)
+        top.refScanline(y);
+    std::vector<int> counts;
+    for (int y = 0; y < h; ++y) {
+        counts.push_back(src.refCount(y));
+        counts.push_back(src.referenced[y].load());
+        counts.push_back(sum.refCount(y));
+        counts.push_back(top.refCount(y));
+    }
+    return counts;
+}
+
+}  // namespace
+
+TEST(IncrRasterTest, ReferencingAloneCountsAsTheLockedReferencesDo)
+{
+    const std::vector<int> locked = countsAfterReferencing(false);
+    EXPECT_EQ(countsAfterReferencing(true), locked);
+    // The graph is referenced through mirrored rows, own rows and a negative
+    // count: not a trivial comparison.
+    EXPECT_NE(std::count(locked.begin(), locked.end(), 0), static_cast<long>(locked.size()));
+}
+
+TEST(IncrRasterTest, ReferencingAloneRowsArePulledAndReleasedAsUsual)
+{
+    CountingNode src(6, 8);
+    PairSumNode sum(src);
+    src.setReferencingAlone(true);
+    sum.setReferencingAlone(true);
+    for (int y = 0; y < 8; ++y)
+        sum.refScanline(y);
+    src.setReferencingAlone(false);
+    sum.setReferencingAlone(false);
+    for (int y = 0; y < 8; ++y) {
+        const float* r = sum.getScanline(y);
+        EXPECT_EQ(r[3], CountingNode::value(3, src.mirrorRow(y - 1), 0) + CountingNode::value(3, src.mirrorRow(y + 1), 0));
+        sum.unrefScanline(y);
+    }
+    for (int y = 0; y < 8; ++y) {
+        EXPECT_EQ(src.computed[y].load(), 1) << y;
+        EXPECT_EQ(src.refCount(y), 0) << y;
+        EXPECT_FALSE(src.rowPresent(y)) << y;
+        EXPECT_FALSE(sum.rowPresent(y)) << y;
+    }
+}
+
+TEST(IncrRasterTest, AFailingFirstReferenceStillCountsAloneOrNot)
+{
+    for (const bool alone : {false, true}) {
+        FailingRefNode n(4, 6, 2);
+        n.setReferencingAlone(alone);
+        EXPECT_THROW(n.refScanline(2), std::runtime_error) << alone;
+        EXPECT_EQ(n.refCount(2), 1) << alone;
+        n.refScanline(2);
+        EXPECT_EQ(n.refCount(2), 2) << alone;
+        EXPECT_EQ(n.calls, 1) << alone;
+    }
 }
