@@ -30,6 +30,36 @@ void J3DMap::addSample(float x, float y, float z, float v)
     counts_[c] += 1;
 }
 
+namespace {
+
+// The weight 1 / (di*di + dj*dj + dk*dk + 1e-6) of every offset between two
+// cells, each coordinate of the offset from -7 to 7: the offset from cell
+// (i', j', k') to cell (i, j, k) is entry spread(i, j, k) - spread(i', j', k').
+class InverseSquareWeights {
+public:
+    InverseSquareWeights()
+    {
+        for (int a = -7; a <= 7; ++a)
+            for (int b = -7; b <= 7; ++b)
+                for (int c = -7; c <= 7; ++c) {
+                    const double di = static_cast<double>(a) * 0.125;
+                    const double dj = static_cast<double>(b) * 0.125;
+                    const double dk = static_cast<double>(c) * 0.125;
+                    w_[kCentre + a * 225 + b * 15 + c] = 1.0 / (di * di + dj * dj + dk * dk + 1e-6);
+                }
+    }
+
+    // A cell's coordinates in the table's layout, 15 apart.
+    static int spread(int cell) { return (cell >> 6) * 225 + ((cell >> 3) & 7) * 15 + (cell & 7); }
+    double operator[](int offset) const { return w_[kCentre + offset]; }
+
+private:
+    static constexpr int kCentre = 7 * 225 + 7 * 15 + 7;
+    double w_[15 * 15 * 15];
+};
+
+}  // namespace
+
 void J3DMap::endSampling()
 {
     for (int c = 0; c < kCells; ++c) {
@@ -37,25 +67,42 @@ void J3DMap::endSampling()
             values_[c] = values_[c] / static_cast<float>(counts_[c]);
     }
 
+    // The measured cells, in index order, and the empty ones.
+    int measured[kCells], empty[kCells];
+    double measuredValue[kCells];
+    int nMeasured = 0, nEmpty = 0;
     for (int c = 0; c < kCells; ++c) {
-        if (counts_[c] != 0)
-            continue;
-        const int i = c >> 6, j = (c >> 3) & 7, k = c & 7;
-        double sumWV = 0.0;
-        double sumW = 0.0;
-        for (int m = 0; m < kCells; ++m) {
-            if (counts_[m] <= 0)
-                continue;
-            const double di = static_cast<double>(i - (m >> 6)) * 0.125;
-            const double dj = static_cast<double>(j - ((m >> 3) & 7)) * 0.125;
-            const double dk = static_cast<double>(k - (m & 7)) * 0.125;
-            const double w = 1.0 / (di * di + dj * dj + dk * dk + 1e-6);
-            sumWV += w * static_cast<double>(values_[m]);
-            sumW += w;
+        if (counts_[c] > 0) {
+            measuredValue[nMeasured] = static_cast<double>(values_[c]);
+            measured[nMeasured++] = InverseSquareWeights::spread(c);
+        } else if (counts_[c] == 0) {
+            empty[nEmpty++] = c;
         }
-        if (!(sumW > 1e-38))
-            sumW = 1e-38;
-        values_[c] = static_cast<float>(sumWV / sumW);
+    }
+
+    // Each empty cell sums over the measured ones in index order. Four empty
+    // cells are summed side by side: four independent chains of additions
+    // instead of one, each in its own order.
+    static const InverseSquareWeights weight;
+    constexpr int kSide = 4;
+    for (int e = 0; e < nEmpty; e += kSide) {
+        const int n = nEmpty - e < kSide ? nEmpty - e : kSide;
+        int at[kSide];
+        for (int q = 0; q < kSide; ++q)
+            at[q] = InverseSquareWeights::spread(empty[e + (q < n ? q : 0)]);
+        double sumWV[kSide] = {}, sumW[kSide] = {};
+        for (int m = 0; m < nMeasured; ++m) {
+            for (int q = 0; q < kSide; ++q) {
+                const double w = weight[at[q] - measured[m]];
+                sumWV[q] += w * measuredValue[m];
+                sumW[q] += w;
+            }
+        }
+        for (int q = 0; q < n; ++q) {
+            if (!(sumW[q] > 1e-38))
+                sumW[q] = 1e-38;
+            values_[empty[e + q]] = static_cast<float>(sumWV[q] / sumW[q]);
+        }
     }
 }
 
