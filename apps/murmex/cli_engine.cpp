@@ -159,9 +159,10 @@ LoadedProfile loadProfile(const std::string& path)
     return loaded;
 }
 
-void saveProfile(const std::string& path, const std::vector<uint8_t>& bytes, const DnFilterParams& settings)
+void saveProfile(const std::string& path, const std::vector<uint8_t>& bytes, const DnFilterParams& settings,
+                 Links links)
 {
-    TempOutput out(path);
+    TempOutput out(path, true, links);
     DnFilterParams params = settings;
     out.write([&](const std::string& temporary) {
         EngineResult r = callEngine([&] {

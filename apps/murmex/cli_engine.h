@@ -12,6 +12,7 @@
 
 #include "image.h"
 #include "progress.h"
+#include "safe_write.h"
 
 namespace murmex_app {
 
@@ -68,7 +69,8 @@ LoadedProfile loadProfile(const std::string& path);
 
 // Saves a profile block with the settings block of settings at path, through
 // a temporary file and a rename (DnWriteProfile). Throws AppError.
-void saveProfile(const std::string& path, const std::vector<uint8_t>& bytes, const DnFilterParams& settings);
+void saveProfile(const std::string& path, const std::vector<uint8_t>& bytes, const DnFilterParams& settings,
+                 Links links = Links::Follow);
 
 // The samples of a profile block (DnReadProfileSamples2). Throws AppError
 // naming path.

@@ -30,9 +30,11 @@ struct DemoOptions {
     OutputOptions output_;
 };
 
+// The demo's outputs have names made here, in the folder the user chose: a
+// symbolic link at one of them is refused rather than written through.
 void writeTiff(const std::string& path, const Image& image)
 {
-    TempOutput out(path);
+    TempOutput out(path, true, Links::Refuse);
     writeImage(out.path(), image, ImageFormat::Tiff);
     throwIfInterrupted();
     out.commit();
@@ -50,6 +52,14 @@ void runDemo(const DemoOptions& o)
     fs::create_directories(o.outDir, ec);
     if (ec)
         throw AppError("cannot create " + o.outDir + ": " + ec.message());
+
+    const std::string cleanPath = (fs::path(o.outDir) / "clean.tif").string();
+    const std::string noisyPath = (fs::path(o.outDir) / "noisy.tif").string();
+    const std::string denoisedPath = (fs::path(o.outDir) / "denoised.tif").string();
+    const std::string autoPath = (fs::path(o.outDir) / "denoised-auto.tif").string();
+    const std::string profilePath = (fs::path(o.outDir) / "demo.dnp").string();
+    for (const std::string& path : {cleanPath, noisyPath, denoisedPath, autoPath, profilePath})
+        checkOutputTarget(path, Links::Refuse);
 
     Progress progress(Progress::modeFor(o.output_.quiet), "demo");
     const Image clean = renderDemoScene(o.width, o.height);
@@ -76,16 +86,11 @@ void runDemo(const DemoOptions& o)
     throwIfInterrupted();
     progress.finish();
 
-    const std::string cleanPath = (fs::path(o.outDir) / "clean.tif").string();
-    const std::string noisyPath = (fs::path(o.outDir) / "noisy.tif").string();
-    const std::string denoisedPath = (fs::path(o.outDir) / "denoised.tif").string();
-    const std::string autoPath = (fs::path(o.outDir) / "denoised-auto.tif").string();
-    const std::string profilePath = (fs::path(o.outDir) / "demo.dnp").string();
     writeTiff(cleanPath, clean);
     writeTiff(noisyPath, noisy);
     writeTiff(denoisedPath, denoised);
     writeTiff(autoPath, autoDenoised);
-    saveProfile(profilePath, profile, params);
+    saveProfile(profilePath, profile, params, Links::Refuse);
     const size_t samples = profileSamples(profile, profilePath).size();
 
     const double before = psnr16(noisy, clean);

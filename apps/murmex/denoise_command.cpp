@@ -71,9 +71,10 @@ as NAME-denoised.EXT (TIFF for camera raw inputs); --out-dir keeps the
 input's name; --suffix replaces "-denoised". An input is never overwritten
 unless --in-place is given (then the result replaces the input), nor is the
 profile read or another output of the run. An existing file at the output's
-name is replaced, as cp would, if the user may write it; a symbolic link is
-followed and the file it points to replaced. Devices, named pipes and sockets
-are refused. Outputs are written to a temporary file and renamed when
+name is replaced, as cp would, if the user may write it; a symbolic link given
+with -o is followed and the file it points to replaced, while one at a name
+made here (beside the input or in --out-dir) is refused. Devices, named pipes
+and sockets are refused. Outputs are written to a temporary file and renamed when
 complete. Ctrl-C (or SIGTERM, SIGHUP) stops; while an output is being
 written it stops at once, removing the temporary file.
 
@@ -119,6 +120,8 @@ struct Job {
     std::string output;
     ImageFormat format;
     bool skip = false;  // --skip-existing and the output exists
+    // A name made here rather than given: a symbolic link there is refused.
+    Links links = Links::Follow;
 };
 
 std::vector<Job> planJobs(const DenoiseOptions& o)
@@ -132,6 +135,8 @@ std::vector<Job> planJobs(const DenoiseOptions& o)
     std::vector<Job> jobs;
     for (const std::string& input : o.inputs) {
         Job job{input, outputFor(o, input), ImageFormat::Tiff};
+        if (o.output.empty() && !o.inPlace)
+            job.links = Links::Refuse;
         try {
             job.format = formatForPath(job.output);
         } catch (const AppError& e) {
@@ -163,7 +168,7 @@ std::vector<Job> planJobs(const DenoiseOptions& o)
     }
     for (const Job& job : jobs)
         if (!job.skip)
-            checkOutputTarget(job.output);
+            checkOutputTarget(job.output, job.links);
     return jobs;
 }
 
@@ -270,7 +275,7 @@ void denoiseOne(const DenoiseOptions& o, const Job& job, size_t index, size_t co
     // once.
     const std::string writing(kWritingStep);
     {
-        TempOutput out(job.output, false);
+        TempOutput out(job.output, false, job.links);
         WriteOptions options;
         options.jpegQuality = o.jpegQuality;
         options.tiffCompression = compressionNamed(o.compression);

@@ -59,7 +59,9 @@ void runProfile(const ProfileOptions& o)
     }
     if (sameFile(target, o.input))
         throw UsageError("refusing to overwrite the input " + o.input);
-    checkOutputTarget(target);
+    // A name made in the library is not written through a link.
+    const Links links = toLibrary ? Links::Refuse : Links::Follow;
+    checkOutputTarget(target, links);
 
     const std::vector<uint8_t> measured = measureProfile(image, o.relaxed, progress, o.input);
     throwIfInterrupted();
@@ -67,7 +69,7 @@ void runProfile(const ProfileOptions& o)
     DnFilterParams settings{};
     setDefaultSettings(settings);
     o.autoSettings.apply(image, bytes, settings, displayName(o.input), o.output_.verbose);
-    saveProfile(target, bytes, settings);
+    saveProfile(target, bytes, settings, links);
 
     const size_t count = profileSamples(bytes, target).size();
     if (count == 0)

@@ -58,8 +58,12 @@ bool sameFile(const std::string& a, const std::string& b)
     return name(a) == name(b);
 }
 
-void checkOutputTarget(const std::string& target)
+void checkOutputTarget(const std::string& target, Links links)
 {
+    std::error_code ec;
+    if (links == Links::Refuse && fs::is_symlink(fs::symlink_status(target, ec)))
+        throw AppError("cannot write " + target +
+                       ": it is a symbolic link, which is followed only for an output named on the command line");
     const std::string file = resolveOutputPath(target);
     struct stat st;
     if (stat(file.c_str(), &st) != 0)
@@ -76,10 +80,10 @@ void checkOutputTarget(const std::string& target)
         throw AppError("cannot write " + target + ": " + errnoText(errno) + " (the existing file is not writable)");
 }
 
-TempOutput::TempOutput(const std::string& target, bool foreground) : target_(target)
+TempOutput::TempOutput(const std::string& target, bool foreground, Links links) : target_(target)
 {
-    checkOutputTarget(target);
-    resolved_ = resolveOutputPath(target);
+    checkOutputTarget(target, links);
+    resolved_ = links == Links::Follow ? resolveOutputPath(target) : target;
     std::string pattern = temporaryPattern(resolved_);
     std::vector<char> buf(pattern.begin(), pattern.end());
     buf.push_back('\0');

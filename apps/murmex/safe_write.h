@@ -2,16 +2,25 @@
 // over it only when everything went well, so that a failure or an interrupt
 // never leaves a partial file under the target's name.
 //
-// A target that is a symbolic link is followed: the file it points to is
-// replaced (in that file's directory), the link stays. Only regular files are
-// replaced; devices, named pipes, sockets and directories are refused, as is
-// an existing file that the user may not write.
+// A target that the user named and that is a symbolic link is followed, as
+// cp follows it: the file it points to is replaced (in that file's
+// directory), the link stays. A name the program made (beside an input, in an
+// output folder or the profile library) is not followed: the link may point
+// anywhere, so it is refused. Only regular files are replaced; devices, named
+// pipes, sockets and directories are refused, as is an existing file that the
+// user may not write.
 #pragma once
 
 #include <functional>
 #include <string>
 
 namespace murmex_app {
+
+// Whether a symbolic link at a target's name is written through.
+enum class Links {
+    Follow,  // a name the user gave
+    Refuse,  // a name the program made
+};
 
 class TempOutput {
 public:
@@ -20,8 +29,9 @@ public:
     // resolves to, registered for removal by a signal (interrupt.h) as
     // written in the foreground, or in the background until
     // writeInForeground(). Throws AppError naming the target when that is
-    // not possible.
-    explicit TempOutput(const std::string& target, bool foreground = true);
+    // not possible. With Links::Refuse the target is not resolved: should a
+    // link appear at its name after the check, the rename replaces the link.
+    explicit TempOutput(const std::string& target, bool foreground = true, Links links = Links::Follow);
     // Removes the temporary file unless it was committed.
     ~TempOutput();
     TempOutput(const TempOutput&) = delete;
@@ -64,7 +74,8 @@ std::string resolveOutputPath(const std::string& target);
 bool sameFile(const std::string& a, const std::string& b);
 
 // Throws AppError ("cannot write TARGET: ...") when the target resolves to an
-// existing file that is not a regular file, or that the user may not write.
-void checkOutputTarget(const std::string& target);
+// existing file that is not a regular file, or that the user may not write,
+// and with Links::Refuse when the target is a symbolic link, dangling or not.
+void checkOutputTarget(const std::string& target, Links links = Links::Follow);
 
 }  // namespace murmex_app

@@ -158,6 +158,50 @@ TEST_F(CliOutputs, ALinkedOutputReplacesTheFileItPointsToAndKeepsItsMode)
               (std::vector<std::string>{"in.tif", "link.tif", "p.dnp", "profile-source.tif", "real"}));
 }
 
+TEST_F(CliOutputs, ALinkAtANameTheProgramMakesIsRefusedAndWhatItPointsToKept)
+{
+    // Outputs named after the input, in an output folder, for the demo and
+    // in the profile library: a link found at such a name may point
+    // anywhere, so nothing is written through it, dangling or not.
+    fs::create_directory(dir.file("elsewhere"));
+    writeText(dir.file("elsewhere/victim"), "victim");
+    const std::string library = dir.file("library");
+    const RunResult stored = runMurmex({"profile", photo, "--library", library, "-q"});
+    ASSERT_EQ(stored.status, 0) << stored.err;
+    const std::string libraryProfile = stored.out.substr(0, stored.out.find(" ("));
+    ASSERT_TRUE(fs::remove(libraryProfile)) << stored.out;
+    fs::create_symlink(dir.file("elsewhere/new.dnp"), libraryProfile);
+    fs::create_directory(dir.file("clean"));
+    fs::create_symlink("../elsewhere/victim", dir.file("clean/in.tif"));
+    fs::create_symlink("elsewhere/victim", dir.file("in-denoised.tif"));
+    fs::create_symlink("elsewhere/new.tif", dir.file("in_nr.tif"));
+    fs::create_directory(dir.file("demo"));
+    fs::create_symlink("../elsewhere/victim", dir.file("demo/denoised.tif"));
+    const std::vector<std::string> before = listDir(dir.path());
+
+    const std::vector<std::pair<std::vector<std::string>, std::string>> runs = {
+        {{"denoise", photo, "--profile", profile, "--out-dir", dir.file("clean")}, dir.file("clean/in.tif")},
+        {{"denoise", photo, "--profile", profile}, dir.file("in-denoised.tif")},
+        {{"denoise", photo, "--profile", profile, "--suffix", "_nr"}, dir.file("in_nr.tif")},
+        {{"denoise", photo, "--profile", profile, "--suffix", "_nr", "--skip-existing"}, dir.file("in_nr.tif")},
+        {{"demo", "--out-dir", dir.file("demo"), "--width", "64", "--height", "48"}, dir.file("demo/denoised.tif")},
+        {{"profile", photo, "--library", library}, libraryProfile},
+    };
+    for (auto [args, output] : runs) {
+        args.push_back("-q");
+        const RunResult r = runMurmex(args);
+        EXPECT_EQ(r.status, 1) << output;
+        expectOneLineError(r, "cannot write " + output + ": it is a symbolic link");
+    }
+    EXPECT_EQ(readText(dir.file("elsewhere/victim")), "victim");
+    EXPECT_EQ(listDir(dir.file("elsewhere")), std::vector<std::string>{"victim"});
+    EXPECT_EQ(listDir(dir.path()), before);
+    for (const std::string& link : {libraryProfile, dir.file("clean/in.tif"), dir.file("in-denoised.tif"),
+                                    dir.file("in_nr.tif"), dir.file("demo/denoised.tif")})
+        EXPECT_TRUE(fs::is_symlink(fs::symlink_status(link))) << link;
+    EXPECT_EQ(listDir(dir.file("demo")), std::vector<std::string>{"denoised.tif"});
+}
+
 TEST_F(CliOutputs, SetThroughALinkChangesTheProfileItPointsTo)
 {
     chmod(profile.c_str(), 0640);

@@ -55,6 +55,29 @@ TEST(SafeWrite, CommitRenamesOverTheTarget)
     EXPECT_EQ(listDir(dir.path()), std::vector<std::string>{"out.txt"});
 }
 
+TEST(SafeWrite, AMadeNameRefusesALinkAndALinkThatAppearsLaterIsReplacedNotFollowed)
+{
+    TempDir dir;
+    writeText(dir.file("victim"), "victim");
+    std::filesystem::create_symlink("victim", dir.file("link.txt"));
+    std::filesystem::create_symlink("missing", dir.file("dangling.txt"));
+    for (const char* name : {"link.txt", "dangling.txt"}) {
+        EXPECT_THROW(checkOutputTarget(dir.file(name), Links::Refuse), AppError) << name;
+        EXPECT_THROW(TempOutput(dir.file(name), true, Links::Refuse), AppError) << name;
+        EXPECT_NO_THROW(checkOutputTarget(dir.file(name), Links::Follow)) << name;
+    }
+    {
+        TempOutput out(dir.file("out.txt"), true, Links::Refuse);
+        writeText(out.path(), "new");
+        std::filesystem::create_symlink("victim", dir.file("out.txt"));
+        out.commit();
+    }
+    EXPECT_EQ(readText(dir.file("victim")), "victim");
+    EXPECT_FALSE(std::filesystem::is_symlink(std::filesystem::symlink_status(dir.file("out.txt"))));
+    EXPECT_EQ(readText(dir.file("out.txt")), "new");
+    EXPECT_EQ(listDir(dir.path()), (std::vector<std::string>{"dangling.txt", "link.txt", "out.txt", "victim"}));
+}
+
 TEST(SafeWrite, AnUncommittedTemporaryFileIsRemovedAndTheTargetKept)
 {
     TempDir dir;
