@@ -2,10 +2,6 @@
 // wrappers that turn its exceptions into one-line messages.
 #include "host/murmex_host.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -22,6 +18,7 @@
 #include "host/profile_header.h"
 #include "host/profile_library.h"
 #include "host/progress_text.h"
+#include "host/replace_file.h"
 
 using namespace murmex_host;
 
@@ -265,29 +262,19 @@ MurmexHostProfile* loadedProfile(const std::string& path)
 
 // Writes the profile block with the default settings to a temporary file
 // beside path and renames it over path, so that a failure never leaves a
-// partial profile under its name.
+// partial profile under its name. The name is made in the library: a link
+// there is replaced, not followed.
 void saveProfileFile(const std::string& path, const std::vector<uint8_t>& bytes)
 {
-    const std::filesystem::path target(path);
-    std::string temp = target.has_parent_path() ? target.parent_path().string() : std::string(".");
-    temp += "/.";
-    temp += target.filename().string();
-    temp += ".murmex-XXXXXX";
-    const int fd = mkstemp(temp.data());
-    if (fd < 0)
-        throw HostError("cannot write profile " + path + ": " + std::strerror(errno));
-    close(fd);
-    DnFilterParams settings{};
-    setDefaultSettings(settings);
-    const EngineResult r = callEngine(
-        [&] { return DnWriteProfile(temp.c_str(), bytes.data(), static_cast<int>(bytes.size()), &settings); });
-    const mode_t mask = umask(0);
-    umask(mask);
-    if (r.failed() || chmod(temp.c_str(), 0666 & ~mask) != 0 || std::rename(temp.c_str(), path.c_str()) != 0) {
-        const std::string why = r.failed() ? r.message() : std::strerror(errno);
-        std::remove(temp.c_str());
-        throw HostError("cannot write profile " + path + ": " + why);
-    }
+    const std::string context = "cannot write profile " + path;
+    replaceFile(path, LinkAtName::Replace, context, [&](const std::string& temporary) {
+        DnFilterParams settings{};
+        setDefaultSettings(settings);
+        const EngineResult r = callEngine(
+            [&] { return DnWriteProfile(temporary.c_str(), bytes.data(), static_cast<int>(bytes.size()), &settings); });
+        if (r.failed())
+            throw HostError(context + ": " + replaceAll(r.message(), temporary, path));
+    });
 }
 
 std::string libraryDirectory()

@@ -46,13 +46,4 @@ bool deviceFull(const std::string& path)
     return false;
 }
 
-std::string replaceAll(std::string text, const std::string& from, const std::string& to)
-{
-    if (from.empty())
-        return text;
-    for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
-        text.replace(at, from.size(), to);
-    return text;
-}
-
 }  // namespace murmex_app

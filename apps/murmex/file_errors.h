@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "host/replace_file.h"
+
 namespace murmex_app {
 
 // The reason for a failed system call: "no such file", "permission denied",
@@ -15,7 +17,6 @@ std::string errnoText(int err);
 // the library that wrote said.
 bool deviceFull(const std::string& path);
 
-// text with every occurrence of `from` replaced by `to`.
-std::string replaceAll(std::string text, const std::string& from, const std::string& to);
+using murmex_host::replaceAll;
 
 }  // namespace murmex_app

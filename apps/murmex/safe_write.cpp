@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <system_error>
 #include <vector>
 
 #include "app_error.h"
@@ -17,29 +18,13 @@ namespace murmex_app {
 
 namespace fs = std::filesystem;
 
-std::string temporaryPattern(const std::string& target)
-{
-    const fs::path p(target);
-    const fs::path dir = p.parent_path();
-    std::string name(1, '.');
-    name.append(p.filename().string()).append(".murmex-XXXXXX");
-    return dir.empty() ? name : (dir / name).string();
-}
-
 std::string resolveOutputPath(const std::string& target)
 {
-    fs::path p(target);
-    // As many links as the kernel follows before it gives up (ELOOP).
-    for (int hops = 0; hops < 40; ++hops) {
-        std::error_code ec;
-        if (!fs::is_symlink(fs::symlink_status(p, ec)))
-            return p.string();
-        const fs::path next = fs::read_symlink(p, ec);
-        if (ec)
-            throw AppError("cannot write " + target + ": " + ec.message());
-        p = next.is_absolute() ? next : p.parent_path() / next;
+    try {
+        return murmex_host::followLinks(target);
+    } catch (const std::system_error& e) {
+        throw AppError("cannot write " + target + ": " + errnoText(e.code().value()));
     }
-    throw AppError("cannot write " + target + ": " + errnoText(ELOOP));
 }
 
 bool sameFile(const std::string& a, const std::string& b)
@@ -128,19 +113,9 @@ void TempOutput::write(const std::function<void(const std::string& path)>& write
 
 void TempOutput::commit()
 {
-    mode_t mode;
-    struct stat st;
-    if (stat(resolved_.c_str(), &st) == 0) {
-        mode = st.st_mode & 07777;
-    } else {
-        const mode_t mask = umask(0);
-        umask(mask);
-        mode = 0666 & ~mask;
-    }
-    chmod(path_.c_str(), mode);
     SignalBlock block;
-    if (std::rename(path_.c_str(), resolved_.c_str()) != 0)
-        throw AppError("cannot write " + target_ + ": " + errnoText(errno));
+    if (const int error = murmex_host::renameIntoPlace(path_, resolved_))
+        throw AppError("cannot write " + target_ + ": " + errnoText(error));
     committed_ = true;
     unregisterTemporaryFile(slot_);
     slot_ = -1;

@@ -14,6 +14,8 @@
 #include <functional>
 #include <string>
 
+#include "host/replace_file.h"
+
 namespace murmex_app {
 
 // Whether a symbolic link at a target's name is written through.
@@ -61,8 +63,7 @@ private:
     bool committed_ = false;
 };
 
-// The name a temporary file for target gets, with "XXXXXX" still in it.
-std::string temporaryPattern(const std::string& target);
+using murmex_host::temporaryPattern;
 
 // The file a target names once symbolic links are followed (the target
 // itself when it is no link). A dangling link resolves to the missing file it

@@ -4,6 +4,7 @@
 
 #include "host/engine_output.h"
 #include "host/progress_text.h"
+#include "host/replace_file.h"
 
 namespace py = pybind11;
 
@@ -78,11 +79,17 @@ void EngineRun::run(const std::function<int()>& call, const std::string& context
         throw raised;
     }
     if (result.failed())
-        raiseError(context + ": " + result.message());
+        raiseError(context + ": " + murmex_host::replaceAll(result.message(), actualFile_, shownFile_));
     if (cancelled_) {
         PyErr_SetString(cancelledClass, (context + ": cancelled").c_str());
         throw py::error_already_set();
     }
+}
+
+void EngineRun::showFileAs(const std::string& actual, const std::string& shown)
+{
+    actualFile_ = actual;
+    shownFile_ = shown;
 }
 
 int EngineRun::progressCallback(void* hostContext, const char* stepText, float fraction)

@@ -41,6 +41,10 @@ public:
     // context + ": " + the library's message when the call failed.
     void run(const std::function<int()>& call, const std::string& context);
 
+    // From now on the library's messages name `shown` where they name
+    // `actual`: a job that writes a temporary file in place of the user's.
+    void showFileAs(const std::string& actual, const std::string& shown);
+
     // The library's progress callback; hostContext is the EngineRun.
     static int progressCallback(void* hostContext, const char* stepText, float fraction);
 
@@ -48,6 +52,7 @@ private:
     int report(const char* stepText, float fraction);
 
     pybind11::object progress_;
+    std::string actualFile_, shownFile_;
     std::optional<pybind11::error_already_set> raised_;
     bool cancelled_ = false;
 };

@@ -15,6 +15,7 @@
 #include "header_dict.h"
 #include "host/host_error.h"
 #include "host/profile_samples.h"
+#include "host/replace_file.h"
 #include "settings.h"
 
 namespace py = pybind11;
@@ -200,11 +201,22 @@ Profile Profile::measure(const py::handle& image, bool relaxed, const py::handle
 
 void Profile::save(const py::handle& path) const
 {
+    // Written whole or not at all, so that a failed save (a full disk)
+    // leaves the file as it was. A link is followed, as open() would.
     const std::string file = fsPath(path);
+    const std::string context = "cannot write profile " + pathText(path);
     DnFilterParams params = settings_;
-    EngineRun(py::none()).run(
-        [&] { return DnWriteProfile(file.c_str(), block_.data(), static_cast<int>(block_.size()), &params); },
-        "cannot write profile " + pathText(path));
+    try {
+        murmex_host::replaceFile(file, murmex_host::LinkAtName::Follow, context, [&](const std::string& temporary) {
+            EngineRun run{py::none()};
+            run.showFileAs(temporary, file);
+            run.run([&] { return DnWriteProfile(temporary.c_str(), block_.data(), static_cast<int>(block_.size()),
+                                                &params); },
+                    context);
+        });
+    } catch (const murmex_host::HostError& e) {
+        raiseError(e.what());
+    }
 }
 
 void Profile::updateSettings(const py::handle& mapping)

@@ -1,7 +1,11 @@
 """murmex.Profile: measuring, files, bytes, samples, settings and errors."""
 
 import json
+import os
 import pickle
+import resource
+import signal
+import stat
 
 import numpy as np
 import pytest
@@ -138,6 +142,39 @@ def test_empty_and_unsuitable_profile_data_is_refused():
 def test_an_unwritable_path_raises_the_library_error(profile, tmp_path):
     with pytest.raises(murmex.Error, match=f"cannot write profile {tmp_path}/no/such/dir/p.dnp: "):
         profile.save(tmp_path / "no" / "such" / "dir" / "p.dnp")
+
+
+def test_a_failed_save_leaves_the_file_it_would_replace_as_it_was(profile, tmp_path):
+    target = tmp_path / "p.dnp"
+    target.write_bytes(b"an older file")
+    full = murmex.Profile.from_bytes(bytes(profile))
+    full.save(tmp_path / "size.dnp")
+    size = (tmp_path / "size.dnp").stat().st_size
+    (tmp_path / "size.dnp").unlink()
+    # A file size limit below the profile's size stops the write part way,
+    # as a full disk would.
+    limit = resource.getrlimit(resource.RLIMIT_FSIZE)
+    handler = signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+    resource.setrlimit(resource.RLIMIT_FSIZE, (size // 2, limit[1]))
+    try:
+        with pytest.raises(murmex.Error, match=f"cannot write profile {target}: "):
+            full.save(target)
+    finally:
+        resource.setrlimit(resource.RLIMIT_FSIZE, limit)
+        signal.signal(signal.SIGXFSZ, handler)
+    assert target.read_bytes() == b"an older file"
+    assert sorted(os.listdir(tmp_path)) == ["p.dnp"]
+
+
+def test_saving_through_a_link_replaces_the_file_it_points_to(profile, tmp_path):
+    (tmp_path / "real.dnp").write_bytes(b"old")
+    os.chmod(tmp_path / "real.dnp", 0o640)
+    os.symlink("real.dnp", tmp_path / "link.dnp")
+    profile.save(tmp_path / "link.dnp")
+    assert os.readlink(tmp_path / "link.dnp") == "real.dnp"
+    assert (tmp_path / "real.dnp").read_bytes() == bytes(murmex.Profile.load(tmp_path / "link.dnp"))
+    assert stat.S_IMODE((tmp_path / "real.dnp").stat().st_mode) == 0o640
+    assert sorted(os.listdir(tmp_path)) == ["link.dnp", "real.dnp"]
 
 
 def test_measuring_leaves_stdout_clean(capfd):
