@@ -112,6 +112,7 @@ void removeNoise(const Image& image, DnFilterParams params, const std::vector<ui
 
 ProfileCopy::ProfileCopy(const std::string& path) : original_(path)
 {
+    requireReadableKind(path, "cannot load profile " + path);
     std::ifstream in(path, std::ios::binary);
     if (!in)
         throw AppError("cannot load profile " + path + ": " + errnoText(errno));

@@ -288,6 +288,7 @@ PartialFileGuard::~PartialFileGuard()
 
 SourceKind detectSource(const std::string& path)
 {
+    requireReadableKind(path, oneLine("cannot read " + path));
     FILE* f = std::fopen(path.c_str(), "rb");
     if (!f)
         readFailed(path, errnoText(errno));

@@ -50,17 +50,12 @@ void checkOutputTarget(const std::string& target, Links links)
         throw AppError("cannot write " + target +
                        ": it is a symbolic link, which is followed only for an output named on the command line");
     const std::string file = resolveOutputPath(target);
-    struct stat st;
-    if (stat(file.c_str(), &st) != 0)
-        return;  // a new file: whether its directory takes it shows when it is created
-    const char* kind = S_ISDIR(st.st_mode)                        ? "a directory"
-                       : S_ISCHR(st.st_mode) || S_ISBLK(st.st_mode) ? "a device"
-                       : S_ISFIFO(st.st_mode)                       ? "a named pipe"
-                       : S_ISSOCK(st.st_mode)                       ? "a socket"
-                       : S_ISREG(st.st_mode)                        ? nullptr
-                                                                    : "a special file";
-    if (kind)
-        throw AppError("cannot write " + target + ": it is " + std::string(kind) + ", not a regular file");
+    // A new file: whether its directory takes it shows when it is created.
+    if (!fs::exists(fs::symlink_status(file, ec)))
+        return;
+    const std::string kind = specialFileKind(file);
+    if (!kind.empty())
+        throw AppError("cannot write " + target + ": it is " + kind + ", not a regular file");
     if (access(file.c_str(), W_OK) != 0)
         throw AppError("cannot write " + target + ": " + errnoText(errno) + " (the existing file is not writable)");
 }

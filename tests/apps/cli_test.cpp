@@ -451,6 +451,37 @@ TEST(CliErrors, UnreadableInputGivesOneLineAndStatus1)
     EXPECT_EQ(listDir(dir.path()), std::vector<std::string>{"junk.tif"});
 }
 
+TEST(CliErrors, AnInputThatIsNoRegularFileIsRefusedWithoutWaitingOnIt)
+{
+    // A named pipe without a writer would keep the program waiting in
+    // open(), where a signal does not reach it; /dev/null reads as empty
+    // and a terminal would wait for typing. Each run is bounded, so that a
+    // wait fails the test rather than hanging it.
+    TempDir dir;
+    ASSERT_EQ(mkfifo(dir.file("pipe.tif").c_str(), 0644), 0);
+    ASSERT_EQ(mkfifo(dir.file("pipe.dnp").c_str(), 0644), 0);
+    const std::string profile = makeProfile(dir, "p.dnp", 300, 200);
+    writeImage(dir.file("in.tif"), noisyPhoto(120, 80, 3), ImageFormat::Tiff);
+    const std::vector<std::pair<std::vector<std::string>, std::string>> runs = {
+        {{"denoise", dir.file("pipe.tif"), "--profile", profile}, "cannot read " + dir.file("pipe.tif")},
+        {{"denoise", "/dev/null", "--profile", profile, "-o", dir.file("out.tif")}, "cannot read /dev/null"},
+        {{"profile", dir.file("pipe.tif"), "-o", dir.file("out.dnp")}, "cannot read " + dir.file("pipe.tif")},
+        {{"denoise", dir.file("in.tif"), "--profile", dir.file("pipe.dnp")},
+         "cannot load profile " + dir.file("pipe.dnp")},
+        {{"info", dir.file("pipe.dnp")}, "cannot load profile " + dir.file("pipe.dnp")},
+        {{"set", dir.file("pipe.dnp"), "--lum-strength", "5"}, "cannot load profile " + dir.file("pipe.dnp")},
+    };
+    for (auto [args, message] : runs) {
+        args.push_back("-q");
+        const RunResult r = runMurmex(args, {}, {"/usr/bin/timeout", "-s", "KILL", "30"});
+        EXPECT_EQ(r.status, 1) << args[1];
+        const bool device = args[1] == "/dev/null";
+        expectOneLineError(r, message + ": it is a " + (device ? "device" : "named pipe") + ", not a regular file");
+    }
+    EXPECT_EQ(listDir(dir.path()), (std::vector<std::string>{"in.tif", "p.dnp", "pipe.dnp", "pipe.tif",
+                                                             "profile-source.tif"}));
+}
+
 TEST(CliErrors, CorruptProfileGivesTheLibrarysMessageInOneLine)
 {
     TempDir dir;
