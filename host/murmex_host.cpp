@@ -13,6 +13,7 @@
 #include "host/auto_settings.h"
 #include "host/camera_info.h"
 #include "host/engine_output.h"
+#include "host/file_kind.h"
 #include "host/host_error.h"
 #include "host/host_settings.h"
 #include "host/profile_header.h"
@@ -244,6 +245,8 @@ int sampleCount(const std::vector<uint8_t>& bytes)
 
 MurmexHostProfile* loadedProfile(const std::string& path)
 {
+    if (const std::string why = unreadableKind(path); !why.empty())
+        throw HostError("cannot load profile " + path + ": " + why);
     unsigned char* data = nullptr;
     int length = 0;
     const EngineResult r = callEngine([&] { return DnReadProfile(path.c_str(), &data, &length, nullptr); });

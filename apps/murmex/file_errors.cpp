@@ -1,6 +1,5 @@
 #include "file_errors.h"
 
-#include <sys/stat.h>
 #include <sys/statvfs.h>
 
 #include <cctype>
@@ -37,23 +36,11 @@ std::string errnoText(int err)
     }
 }
 
-std::string specialFileKind(const std::string& path)
-{
-    struct stat st;
-    if (stat(path.c_str(), &st) != 0 || S_ISREG(st.st_mode))
-        return {};
-    return S_ISDIR(st.st_mode)                         ? "a directory"
-           : S_ISCHR(st.st_mode) || S_ISBLK(st.st_mode) ? "a device"
-           : S_ISFIFO(st.st_mode)                       ? "a named pipe"
-           : S_ISSOCK(st.st_mode)                       ? "a socket"
-                                                        : "a special file";
-}
-
 void requireReadableKind(const std::string& path, const std::string& context)
 {
-    const std::string kind = specialFileKind(path);
-    if (!kind.empty() && kind != "a directory")
-        throw AppError(context + ": it is " + kind + ", not a regular file");
+    const std::string why = murmex_host::unreadableKind(path);
+    if (!why.empty())
+        throw AppError(context + ": " + why);
 }
 
 bool deviceFull(const std::string& path)

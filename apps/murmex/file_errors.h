@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "host/file_kind.h"
 #include "host/replace_file.h"
 
 namespace murmex_app {
@@ -17,18 +18,11 @@ std::string errnoText(int err);
 // the library that wrote said.
 bool deviceFull(const std::string& path);
 
-// What path names when that is no regular file: "a directory", "a device",
-// "a named pipe", "a socket" or "a special file" (links followed); empty for
-// a regular file or a name that does not exist.
-std::string specialFileKind(const std::string& path);
-
-// Throws AppError ("<context>: it is a named pipe, not a regular file") when
-// an input names a device, a named pipe, a socket or another special file:
-// opening or reading one may wait for ever (a pipe without a writer, a
-// terminal). Directories and missing files are left to the reader's own
-// message.
+// Throws AppError ("<context>: it is a named pipe, not a regular file") for
+// an input that must not be opened (murmex_host::unreadableKind).
 void requireReadableKind(const std::string& path, const std::string& context);
 
 using murmex_host::replaceAll;
+using murmex_host::specialFileKind;
 
 }  // namespace murmex_app

@@ -13,6 +13,7 @@
 #include "array_image.h"
 #include "engine_run.h"
 #include "header_dict.h"
+#include "host/file_kind.h"
 #include "host/host_error.h"
 #include "host/profile_samples.h"
 #include "host/replace_file.h"
@@ -154,7 +155,11 @@ Profile Profile::fromBlock(const std::vector<uint8_t>& block, const std::string&
 Profile Profile::load(const py::handle& path)
 {
     const std::string file = fsPath(path);
-    ReadJob read = readProfileFile(file, "cannot load profile " + pathText(path));
+    const std::string context = "cannot load profile " + pathText(path);
+    // Opening a pipe or a terminal could wait where Ctrl-C cannot reach.
+    if (const std::string why = murmex_host::unreadableKind(file); !why.empty())
+        raiseError(context + ": " + why);
+    ReadJob read = readProfileFile(file, context);
     Profile p;
     p.block_ = std::move(read.block);
     p.settings_ = read.settings;

@@ -1,6 +1,8 @@
 // The C interface of the host library, called as the GIMP plug-in calls it.
 #include "host/murmex_host.h"
 
+#include <sys/stat.h>
+
 #include <cstring>
 #include <string>
 #include <vector>
@@ -65,6 +67,17 @@ TEST(MurmexHost, AProfileThatDoesNotLoadIsOneLineNamingIt)
     const std::string message = take(error);
     EXPECT_EQ(message.rfind("cannot load profile /nonexistent/cam.dnp: ", 0), 0u) << message;
     EXPECT_EQ(message.find('\n'), std::string::npos);
+}
+
+TEST(MurmexHost, AProfileThatIsANamedPipeIsRefusedWithoutOpeningIt)
+{
+    // Opening a pipe without a writer would wait for ever.
+    murmex_test::TempDir dir;
+    const std::string path = dir.file("pipe.dnp");
+    ASSERT_EQ(mkfifo(path.c_str(), 0644), 0);
+    char* error = nullptr;
+    EXPECT_EQ(murmex_host_profile_load(path.c_str(), &error), nullptr);
+    EXPECT_EQ(take(error), "cannot load profile " + path + ": it is a named pipe, not a regular file");
 }
 
 void get(void* c, int y, int x0, int x1, unsigned short* px) { static_cast<MemoryImage*>(c)->getScanline(y, x0, x1, px); }

@@ -139,6 +139,14 @@ def test_empty_and_unsuitable_profile_data_is_refused():
         murmex.Profile.load(3)
 
 
+def test_a_profile_that_is_a_named_pipe_is_refused_without_opening_it(tmp_path):
+    # Opening a pipe without a writer would wait where Ctrl-C cannot reach.
+    os.mkfifo(tmp_path / "pipe.dnp")
+    with pytest.raises(murmex.Error, match=f"cannot load profile {tmp_path}/pipe.dnp: it is a named pipe, not a "
+                                           "regular file"):
+        murmex.Profile.load(tmp_path / "pipe.dnp")
+
+
 def test_an_unwritable_path_raises_the_library_error(profile, tmp_path):
     with pytest.raises(murmex.Error, match=f"cannot write profile {tmp_path}/no/such/dir/p.dnp: "):
         profile.save(tmp_path / "no" / "such" / "dir" / "p.dnp")
