@@ -27,16 +27,7 @@ using murmex_app::writeImage;
 
 namespace fs = std::filesystem;
 
-void writeText(const std::string& path, const std::string& text)
-{
-    std::ofstream(path) << text;
-}
 
-std::string readText(const std::string& path)
-{
-    std::ifstream in(path);
-    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
 
 mode_t modeOf(const std::string& path)
 {

@@ -37,10 +37,6 @@ std::string fileText(const std::string& path)
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-void writeText(const std::string& path, const std::string& text)
-{
-    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
-}
 
 // The MD5 of `data` in uppercase hexadecimal, from md5sum.
 std::string md5Hex(const TempDir& dir, const std::string& data)

@@ -15,18 +15,11 @@ namespace murmex_app {
 namespace {
 
 using murmex_test::listDir;
+using murmex_test::readText;
 using murmex_test::TempDir;
+using murmex_test::writeText;
 
-void writeText(const std::string& path, const std::string& text)
-{
-    std::ofstream(path) << text;
-}
 
-std::string readText(const std::string& path)
-{
-    std::ifstream in(path);
-    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
 
 TEST(SafeWrite, TemporaryFileIsAHiddenSiblingOfTheTarget)
 {

@@ -19,18 +19,11 @@ namespace murmex_host {
 namespace {
 
 namespace fs = std::filesystem;
+using murmex_test::readText;
 using murmex_test::TempDir;
+using murmex_test::writeText;
 
-void writeText(const std::string& path, const std::string& text)
-{
-    std::ofstream(path) << text;
-}
 
-std::string readText(const std::string& path)
-{
-    std::ifstream in(path);
-    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
 
 std::vector<std::string> names(const std::string& dir)
 {

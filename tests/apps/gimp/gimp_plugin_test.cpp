@@ -33,6 +33,7 @@ namespace {
 namespace fs = std::filesystem;
 using murmex_app::Image;
 using murmex_test::noisyPhoto;
+using murmex_test::readText;
 using murmex_test::runMurmex;
 using murmex_test::setCameraExif;
 
@@ -58,13 +59,6 @@ void requireProgram(const std::string& program)
     }
 }
 
-std::string readText(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
 
 // Starts argv with env added to the environment, standard output and error
 // into logPath; returns its process id, or -1.
