@@ -74,9 +74,10 @@ profile read or another output of the run. An existing file at the output's
 name is replaced, as cp would, if the user may write it; a symbolic link given
 with -o is followed and the file it points to replaced, while one at a name
 made here (beside the input or in --out-dir) is refused. Devices, named pipes
-and sockets are refused, as inputs and as outputs. Outputs are written to a temporary file and renamed when
-complete. Ctrl-C (or SIGTERM, SIGHUP) stops; while an output is being
-written it stops at once, removing the temporary file.
+and sockets are refused, as inputs and as outputs. Outputs are written to a
+temporary file and renamed when complete. Ctrl-C (or SIGTERM, SIGHUP) stops;
+while an output is being written it stops at once, removing the temporary
+file.
 
 Profile: --profile FILE.dnp; otherwise the profile in the library whose
 camera maker and model are the photo's, at the nearest ISO counted in stops

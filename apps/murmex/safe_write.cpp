@@ -1,6 +1,5 @@
 #include "safe_write.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>

@@ -125,8 +125,9 @@ PYBIND11_MODULE(murmex, m)
                     "A profile from its serialised form (bytes(profile), or a .dnp file's contents). Raises "
                     "murmex.Error when the library cannot read it.")
         .def("save", &Profile::save, py::arg("path"),
-             "Writes the profile, with its settings, as a .dnp file. Raises murmex.Error when the library "
-             "cannot write it.")
+             "Writes the profile, with its settings, as a .dnp file, whole or not at all: a save that fails "
+             "leaves an existing file as it was. A symbolic link is followed. Raises murmex.Error when the "
+             "library cannot write it.")
         .def("__bytes__",
              [](const Profile& p) {
                  return py::bytes(reinterpret_cast<const char*>(p.block().data()), p.block().size());
