@@ -10,6 +10,7 @@
 // the interactive test also when Xvfb or xdotool is missing.
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -539,16 +540,23 @@ TEST_F(GimpPluginTest, MissingOrCorruptProfileFailsAndLeavesTheImageUnchanged)
     const std::string corrupt = path("corrupt.dnp");
     std::ofstream(corrupt) << "this is not a noise profile";
     const std::string missing = path("missing.dnp");
+    // A named pipe without a writer: opening it would wait for ever.
+    const std::string pipe = path("pipe.dnp");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0644), 0);
     const GimpLog log = runGimp({
         load(input),
         denoise("1", missing, kSettingsArgs),
         denoise("1", corrupt, kSettingsArgs),
+        denoise("1", pipe, kSettingsArgs),
         save("1", path("out.tif")),
     });
     EXPECT_EQ(log.succeeded(), 2u) << log.text;
-    EXPECT_EQ(log.failed(), 2u) << log.text;
+    EXPECT_EQ(log.failed(), 3u) << log.text;
     EXPECT_NE(log.text.find("cannot load profile " + missing), std::string::npos) << log.text;
     EXPECT_NE(log.text.find("cannot load profile " + corrupt), std::string::npos) << log.text;
+    EXPECT_NE(log.text.find("cannot load profile " + pipe + ": it is a named pipe, not a regular file"),
+              std::string::npos)
+        << log.text;
     const Image out = murmex_app::readImage(path("out.tif"));
     EXPECT_TRUE(rgb(out) == rgb(murmex_app::readImage(input)));
 }
