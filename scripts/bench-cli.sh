@@ -10,7 +10,11 @@
 # tiffcp (decoding, and decoding plus deflate at the program's level) and cp.
 #   scripts/bench-cli.sh [BUILD_DIR]     default: build/ (built when murmex is missing)
 # Extra options for denoise can be passed in MURMEX_BENCH_OPTIONS, e.g. "--threads 1".
-# On a machine shared with other work the times are upper bounds.
+# On a machine shared with other work the times are upper bounds. On a
+# virtual machine the last column says how much of the processors' time the
+# host took for other guests ("steal") while the line ran: where it is more
+# than a few percent, the elapsed times say more about the host than about
+# the program.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 build=${1:-$top/build}
@@ -48,27 +52,45 @@ with open(f"{work}/noisy.png", "wb") as f:
 Image.fromarray(((rgb.astype(np.uint32) + 128) // 257).astype(np.uint8)).save(f"{work}/noisy.jpg", quality=92)
 EOF
 echo "input: 4240 x 2832 demo scene with noise (12.0 megapixels); $(nproc) processors"
-printf '%-52s %8s %9s %10s\n' "" "elapsed" "peak RSS" "output"
+printf '%-52s %8s %9s %10s %6s\n' "" "elapsed" "peak RSS" "output" "steal"
+
+# The processors' stolen and total ticks so far (the first line of /proc/stat).
+ticks() {
+  awk '/^cpu / { total = 0; for (i = 2; i <= 9; ++i) total += $i; print $9, total; exit }' /proc/stat
+}
+# The share of the ticks since "$1" (a ticks line) that the host took.
+steal_since() {
+  local before=$1
+  read -r s0 t0 <<<"$before"
+  read -r s1 t1 <<<"$(ticks)"
+  awk -v s="$((s1 - s0))" -v t="$((t1 - t0))" 'BEGIN { printf "%.0f%%", (t > 0 ? 100 * s / t : 0) }'
+}
 
 # Runs a command quietly and prints its line: label, seconds, peak resident
 # megabytes and the size of the output file (when one is named).
 run() {
   local label=$1 output=$2
   shift 2
+  local start
+  start=$(ticks)
   /usr/bin/time -f '%e %M' -o "$work/time" "$@" >/dev/null 2>"$work/err" || { cat "$work/err" >&2; exit 1; }
+  local steal
+  steal=$(steal_since "$start")
   read -r elapsed kb <"$work/time"
   local size=""
   [ -n "$output" ] && size=$(awk -v b="$(stat -c %s "$output")" 'BEGIN { printf "%.1f MB", b / 1e6 }')
-  printf '%-52s %7.2fs %6.0f MB %10s\n' "$label" "$elapsed" "$((kb / 1024))" "$size"
+  printf '%-52s %7.2fs %6.0f MB %10s %6s\n' "$label" "$elapsed" "$((kb / 1024))" "$size" "$steal"
 }
 
 if [ -x "$build/bench/murmex_engine_alone" ]; then
   # shellcheck disable=SC2086
   # The best of three runs: elapsed and processor seconds.
+  start=$(ticks)
   if "$build/bench/murmex_engine_alone" "$work/noisy.rgb16" 4240 2832 "$work/demo.dnp" 2 3 >"$work/alone" 2>/dev/null; then
     sort -n "$work/alone" | head -1 | {
       read -r elapsed cpu
-      printf '%-52s %7.2fs %17s\n' "engine alone, 2 workers, image in memory" "$elapsed" "(cpu $cpu s)"
+      printf '%-52s %7.2fs %17s %10s %6s\n' "engine alone, 2 workers, image in memory" "$elapsed" "(cpu $cpu s)" "" \
+        "$(steal_since "$start")"
     }
   fi
 fi
