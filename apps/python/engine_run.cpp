@@ -23,6 +23,19 @@ std::mutex& engineMutex()
     return mutex;
 }
 
+// Set while this thread runs a job. The progress function runs on that
+// thread, holding the job lock; a job it started would wait for the lock
+// for ever.
+thread_local bool jobOnThisThread = false;
+
+class JobOnThisThread {
+public:
+    JobOnThisThread() { jobOnThisThread = true; }
+    ~JobOnThisThread() { jobOnThisThread = false; }
+    JobOnThisThread(const JobOnThisThread&) = delete;
+    JobOnThisThread& operator=(const JobOnThisThread&) = delete;
+};
+
 }  // namespace
 
 py::object errorType()
@@ -67,8 +80,16 @@ EngineRun::EngineRun(py::object progress) : progress_(std::move(progress))
 
 void EngineRun::run(const std::function<int()>& call, const std::string& context)
 {
+    if (jobOnThisThread) {
+        PyErr_SetString(PyExc_RuntimeError,
+                        (context + ": called from the progress function of a job that is still running; murmex runs "
+                                   "one job at a time")
+                            .c_str());
+        throw py::error_already_set();
+    }
     murmex_host::EngineResult result;
     {
+        const JobOnThisThread job;
         py::gil_scoped_release released;
         std::lock_guard<std::mutex> oneJob(engineMutex());
         result = murmex_host::callEngine(call);

@@ -31,7 +31,8 @@ measures one from an image, or loads and saves .dnp files.
     profile = murmex.Profile.measure(image)
     clean = murmex.denoise(image, profile, lum_strength=12)
 
-Jobs run one at a time in the process; while one runs, the GIL is released.)";
+Jobs run one at a time in the process; while one runs, the GIL is released. A job
+started from the progress function of another raises RuntimeError.)";
 
 const char* kImageDoc = R"(image: an H x W x 3 (RGB), H x W x 4 (RGB and alpha) or H x W (grey)
     array; H x W x 1 and H x W x 2 (grey and alpha) are taken as well.
@@ -80,7 +81,8 @@ threads: worker threads; None uses one per processor, 0 computes on the
 turbo: faster, slightly coarser.
 progress: None, or a function progress(text, fraction) called on the calling
     thread with the step's text and the fraction of it done (0 to 1); returning
-    True stops the job and raises murmex.Cancelled.
+    True stops the job and raises murmex.Cancelled. It may not start another
+    job (RuntimeError).
 out: an array of the image's shape and dtype to write the result into; it may
     be the image itself.
 

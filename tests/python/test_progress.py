@@ -2,6 +2,8 @@
 
 import os
 import signal
+import subprocess
+import sys
 import threading
 import time
 
@@ -162,3 +164,47 @@ def test_a_run_without_workers_does_not_change_later_runs(tall, profile, noisy):
     before = reports()
     murmex.denoise(noisy, profile, threads=0)
     assert reports() == before
+
+
+def test_a_job_started_from_a_progress_function_raises_instead_of_waiting_for_ever(tmp_path):
+    # The progress function runs while its job holds the one-job lock. Run in
+    # a child process with a time limit, so that a job that waits for that
+    # lock fails the test instead of stopping the suite.
+    script = """
+import murmex, images
+image = images.noisy_rgb16(64, 80, seed=5)
+profile = murmex.Profile.measure(images.noisy_rgb16())
+profile.save("p.dnp")
+errors = []
+
+def progress(text, fraction):
+    for start in (lambda: murmex.denoise(image, profile), lambda: murmex.Profile.measure(image),
+                  lambda: murmex.Profile.load("p.dnp"), lambda: profile.save("q.dnp")):
+        try:
+            start()
+        except RuntimeError as e:
+            errors.append(str(e))
+    return True
+
+try:
+    murmex.denoise(image, profile, progress=progress)
+except murmex.Cancelled:
+    pass
+print(len(errors))
+print(errors[0])
+print(errors[-1])
+murmex.denoise(image, profile)  # the lock was left free
+"""
+    env = dict(os.environ, PYTHONPATH=os.pathsep.join([os.path.dirname(__file__), os.environ["PYTHONPATH"]]))
+    try:
+        done = subprocess.run([sys.executable, "-c", script], env=env, cwd=tmp_path, capture_output=True,
+                              text=True, timeout=120)
+    except subprocess.TimeoutExpired:
+        pytest.fail("a job started from a progress function waited for the running job")
+    assert done.returncode == 0, done.stderr
+    count, first, last = done.stdout.splitlines()
+    assert count == "4"
+    assert first == ("cannot denoise the image: called from the progress function of a job that is still "
+                     "running; murmex runs one job at a time")
+    assert last.startswith("cannot write ")
+    assert not (tmp_path / "q.dnp").exists()
