@@ -10,13 +10,18 @@
 // BM_DenoiseWorkers is the engine's figure for a host at default settings:
 // 12 and 24 megapixels, 0, 1 and 2 workers, widest vector path, no turbo.
 // Besides wall-time megapixels per second it reports the process's CPU
-// seconds per run (all threads), which shows time lost to waiting.
+// seconds per run (all threads), which shows time lost to waiting, and on a
+// virtual machine the share of the processors' time that the host gave to
+// other guests meanwhile ("steal"), which slows the runs without showing in
+// either.
 #include <sys/resource.h>
 #include <time.h>
 
 #include <algorithm>
 #include <cstddef>
+#include <fstream>
 #include <map>
+#include <string>
 
 #include <benchmark/benchmark.h>
 
@@ -96,6 +101,32 @@ long minorFaults()
     return u.ru_minflt;
 }
 
+// The machine's stolen and total processor ticks so far (the "cpu" line of
+// /proc/stat: user, nice, system, idle, iowait, irq, softirq, steal); zeros
+// where it cannot be read.
+struct Ticks {
+    double steal = 0.0;
+    double total = 0.0;
+};
+
+Ticks processorTicks()
+{
+    std::ifstream stat("/proc/stat");
+    std::string cpu;
+    Ticks t;
+    if (!(stat >> cpu) || cpu != "cpu")
+        return {};
+    for (int field = 0; field < 8; ++field) {
+        double v = 0.0;
+        if (!(stat >> v))
+            return {};
+        t.total += v;
+        if (field == 7)
+            t.steal = v;
+    }
+    return t;
+}
+
 double processCpuSeconds()
 {
     timespec t{};
@@ -130,6 +161,7 @@ void BM_DenoiseWorkers(benchmark::State& state)
     std::size_t peak = 0;
     double cpu = 0.0;
     long faults = 0;
+    const Ticks ticksBefore = processorTicks();
     for (auto _ : state) {
         const std::size_t before = murmex_bench::liveHeapBytes();
         murmex_bench::resetHeapPeak();
@@ -151,6 +183,10 @@ void BM_DenoiseWorkers(benchmark::State& state)
     state.counters["Mpx/s"] = benchmark::Counter(static_cast<double>(w) * h * 1e-6 * state.iterations(),
                                                  benchmark::Counter::kIsRate);
     state.counters["cpu_s"] = cpu / static_cast<double>(state.iterations());
+    const Ticks ticksAfter = processorTicks();
+    if (ticksAfter.total > ticksBefore.total)
+        state.counters["steal_pct"] =
+            100.0 * (ticksAfter.steal - ticksBefore.steal) / (ticksAfter.total - ticksBefore.total);
     // Pages the process touched for the first time during the runs: the
     // engine's fresh row buffers (the two images are faulted in before).
     state.counters["page_faults"] = static_cast<double>(faults) / static_cast<double>(state.iterations());
