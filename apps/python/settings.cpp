@@ -165,17 +165,22 @@ void readImageRow(void* context, int y, int xStart, int xEnd, unsigned short* pi
 
 void chooseSettings(const ArrayImage& image, const std::vector<uint8_t>& profile, DnFilterParams& params)
 {
+    // A job like the others: it reads the profile through the library, whose
+    // standard output is the process's.
     std::string failure;
-    {
-        py::gil_scoped_release released;
-        try {
-            murmex_host::chooseAutoSettings(
-                murmex_host::ScanlineImage{const_cast<ArrayImage*>(&image), readImageRow, image.width(), image.height()},
-                profile, params);
-        } catch (const murmex_host::HostError& e) {
-            failure = e.what();
-        }
-    }
+    EngineRun(py::none()).run(
+        [&] {
+            try {
+                murmex_host::chooseAutoSettings(
+                    murmex_host::ScanlineImage{const_cast<ArrayImage*>(&image), readImageRow, image.width(),
+                                               image.height()},
+                    profile, params);
+            } catch (const murmex_host::HostError& e) {
+                failure = e.what();
+            }
+            return 0;
+        },
+        "cannot choose the settings");
     if (!failure.empty())
         raiseError("cannot choose the settings: " + failure);
 }

@@ -58,8 +58,8 @@ class ArrayImage;
 
 // The settings chosen for image and its serialised profile, as the host
 // library's automatic settings choose them: writes the settings block of
-// params. Runs without the GIL; raises murmex.Error when the profile cannot
-// be read.
+// params. Runs without the GIL, as a job (EngineRun); raises murmex.Error
+// when the profile cannot be read.
 void chooseSettings(const ArrayImage& image, const std::vector<uint8_t>& profile, DnFilterParams& params);
 
 // "luminance noise reduction strength, 0 to 20 (default 10)" for row i.

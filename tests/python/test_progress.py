@@ -166,6 +166,41 @@ def test_a_run_without_workers_does_not_change_later_runs(tall, profile, noisy):
     assert reports() == before
 
 
+def run_script(script, cwd, timeout):
+    """Runs a Python script with the tests' modules importable; returns the
+    completed process."""
+    env = dict(os.environ, PYTHONPATH=os.pathsep.join([os.path.dirname(__file__), os.environ["PYTHONPATH"]]))
+    return subprocess.run([sys.executable, "-c", script], env=env, cwd=cwd, capture_output=True, text=True,
+                          timeout=timeout)
+
+
+def test_automatic_settings_beside_a_job_leave_standard_output_alone(tmp_path):
+    # Both read the profile through the library, which writes on the
+    # process's standard output while the module catches it: the two must
+    # not take turns at it. A child process, so that a lost standard output
+    # is its own.
+    script = """
+import os, threading, time, murmex, images
+profile = murmex.Profile.measure(images.noisy_rgb16())
+image = images.noisy_rgb16(24, 32, seed=2)
+stop = threading.Event()
+def automatic():
+    while not stop.is_set():
+        murmex.denoise(image, profile, threads=0, settings="auto")
+thread = threading.Thread(target=automatic)
+thread.start()
+deadline = time.monotonic() + 2
+while time.monotonic() < deadline:
+    murmex.denoise(image, profile, threads=0)
+stop.set()
+thread.join()
+os.write(1, b"standard output still here\\n")
+"""
+    done = run_script(script, tmp_path, 120)
+    assert done.returncode == 0, done.stderr
+    assert done.stdout == "standard output still here\n"
+
+
 def test_a_job_started_from_a_progress_function_raises_instead_of_waiting_for_ever(tmp_path):
     # The progress function runs while its job holds the one-job lock. Run in
     # a child process with a time limit, so that a job that waits for that
@@ -195,10 +230,8 @@ print(errors[0])
 print(errors[-1])
 murmex.denoise(image, profile)  # the lock was left free
 """
-    env = dict(os.environ, PYTHONPATH=os.pathsep.join([os.path.dirname(__file__), os.environ["PYTHONPATH"]]))
     try:
-        done = subprocess.run([sys.executable, "-c", script], env=env, cwd=tmp_path, capture_output=True,
-                              text=True, timeout=120)
+        done = run_script(script, tmp_path, 120)
     except subprocess.TimeoutExpired:
         pytest.fail("a job started from a progress function waited for the running job")
     assert done.returncode == 0, done.stderr
