@@ -83,7 +83,7 @@ py::object denoise(const py::handle& image, const py::handle& profile, DenoiseOp
             loaded = Profile::measure(in.array(), false, py::none(), options.progress);
             chosen = &loaded;
         }
-        chooseSettings(in, chosen->block(), params);
+        chooseSettings(in, *chosen->block(), params);
         options.settings.applyGiven(params);
     }
 
@@ -105,8 +105,11 @@ py::object denoise(const py::handle& image, const py::handle& profile, DenoiseOp
     params.height = in.height();
 
     DenoiseJob job{&in, &target, &run};
-    const unsigned char* block = chosen ? chosen->block().data() : nullptr;
-    const int length = chosen ? static_cast<int>(chosen->block().size()) : 0;
+    // The job's own reference: another thread may give the profile new
+    // settings while this one runs without the GIL.
+    const Profile::Block profileBlock = chosen ? chosen->block() : nullptr;
+    const unsigned char* block = profileBlock ? profileBlock->data() : nullptr;
+    const int length = profileBlock ? static_cast<int>(profileBlock->size()) : 0;
     run.run(
         [&] {
             // A job without workers leaves its height behind as the

@@ -100,6 +100,12 @@ it. Make one with Profile.measure, Profile.load or Profile.from_bytes.
 bytes(profile) is the serialised profile (the .dnp file's contents);
 Profile.from_bytes(bytes(profile)) gives it back. Profiles pickle.)";
 
+py::bytes profileBytes(const Profile& p)
+{
+    const Profile::Block block = p.block();
+    return py::bytes(reinterpret_cast<const char*>(block->data()), static_cast<py::ssize_t>(block->size()));
+}
+
 }  // namespace
 
 PYBIND11_MODULE(murmex, m)
@@ -130,10 +136,7 @@ PYBIND11_MODULE(murmex, m)
              "Writes the profile, with its settings, as a .dnp file, whole or not at all: a save that fails "
              "leaves an existing file as it was. A symbolic link is followed. Raises murmex.Error when the "
              "library cannot write it.")
-        .def("__bytes__",
-             [](const Profile& p) {
-                 return py::bytes(reinterpret_cast<const char*>(p.block().data()), p.block().size());
-             })
+        .def("__bytes__", &profileBytes)
         .def_property_readonly("samples", &Profile::samples,
                                "The noise samples as a numpy structured array, one record per sample: the patch "
                                "(left, top, right, bottom; right and bottom exclusive; all 0 where the profile does not keep "
@@ -155,10 +158,7 @@ PYBIND11_MODULE(murmex, m)
             "not recorded. The dict is a copy: assign a dict to change fields (only the names given change; None "
             "clears one).")
         .def("__repr__", &Profile::repr)
-        .def(py::pickle([](const Profile& p) {
-                            return py::bytes(reinterpret_cast<const char*>(p.block().data()), p.block().size());
-                        },
-                        [](const py::bytes& data) { return Profile::fromBytes(data); }));
+        .def(py::pickle(&profileBytes, [](const py::bytes& data) { return Profile::fromBytes(data); }));
 
     // The settings keywords: names, defaults and documented ranges all come
     // from the library's host-scale table, read here at import. A keyword

@@ -74,6 +74,8 @@ std::vector<uint8_t> adopt(unsigned char* data, int length)
 struct ReadJob {
     DnFilterParams settings{};
     std::vector<uint8_t> block;
+
+    Profile::Block sharedBlock() { return std::make_shared<const std::vector<uint8_t>>(std::move(block)); }
 };
 
 // DnReadProfile on path; context names what is read in messages.
@@ -147,7 +149,7 @@ Profile Profile::fromBlock(const std::vector<uint8_t>& block, const std::string&
     file.write(block);
     ReadJob read = readProfileFile(file.path(), "cannot read " + what);
     Profile p;
-    p.block_ = std::move(read.block);
+    p.block_ = read.sharedBlock();
     p.settings_ = read.settings;
     return p;
 }
@@ -161,7 +163,7 @@ Profile Profile::load(const py::handle& path)
         raiseError(context + ": " + why);
     ReadJob read = readProfileFile(file, context);
     Profile p;
-    p.block_ = std::move(read.block);
+    p.block_ = read.sharedBlock();
     p.settings_ = read.settings;
     return p;
 }
@@ -198,7 +200,7 @@ Profile Profile::measure(const py::handle& image, bool relaxed, const py::handle
     Profile p = fromBlock(block, "the measured profile");
     if (automatic) {
         DnFilterParams params = defaultSettings();
-        chooseSettings(source, p.block_, params);
+        chooseSettings(source, *p.block_, params);
         p.storeSettings(params);
     }
     return p;
@@ -211,11 +213,12 @@ void Profile::save(const py::handle& path) const
     const std::string file = fsPath(path);
     const std::string context = "cannot write profile " + pathText(path);
     DnFilterParams params = settings_;
+    const Block block = block_;
     try {
         murmex_host::replaceFile(file, murmex_host::LinkAtName::Follow, context, [&](const std::string& temporary) {
             EngineRun run{py::none()};
             run.showFileAs(temporary, file);
-            run.run([&] { return DnWriteProfile(temporary.c_str(), block_.data(), static_cast<int>(block_.size()),
+            run.run([&] { return DnWriteProfile(temporary.c_str(), block->data(), static_cast<int>(block->size()),
                                                 &params); },
                     context);
         });
@@ -234,27 +237,28 @@ void Profile::updateSettings(const py::handle& mapping)
 void Profile::storeSettings(const DnFilterParams& settings)
 {
     DnFilterParams params = settings;
+    const Block block = block_;
     TempFile file;
     EngineRun(py::none()).run(
-        [&] { return DnWriteProfile(file.path().c_str(), block_.data(), static_cast<int>(block_.size()), &params); },
+        [&] { return DnWriteProfile(file.path().c_str(), block->data(), static_cast<int>(block->size()), &params); },
         "cannot store the settings in the profile");
     ReadJob read = readProfileFile(file.path(), "cannot store the settings in the profile");
-    block_ = std::move(read.block);
+    block_ = read.sharedBlock();
     settings_ = read.settings;
 }
 
 py::dict Profile::header() const
 {
-    return headerDict(readHeader(block_));
+    return headerDict(readHeader(*block_));
 }
 
 void Profile::updateHeader(const py::handle& mapping)
 {
-    murmex_host::ProfileHeader header = readHeader(block_);
+    murmex_host::ProfileHeader header = readHeader(*block_);
     applyHeader(header, mapping);
     std::vector<uint8_t> block;
     try {
-        block = murmex_host::withProfileHeader(block_, header);
+        block = murmex_host::withProfileHeader(*block_, header);
     } catch (const murmex_host::HostError& e) {
         raiseError(std::string("cannot store the header in the profile: ") + e.what());
     }
@@ -263,7 +267,7 @@ void Profile::updateHeader(const py::handle& mapping)
 
 std::string Profile::repr() const
 {
-    const murmex_host::ProfileHeader h = readHeader(block_);
+    const murmex_host::ProfileHeader h = readHeader(*block_);
     std::string text = "<murmex.Profile";
     std::string camera = h.maker.value_or("");
     if (h.model)
@@ -300,7 +304,8 @@ py::dtype sampleDtype()
 
 py::array Profile::samples() const
 {
-    const std::vector<DnNoiseSample> samples = readSamples(block_, "cannot read the samples of the profile");
+    const Block block = block_;
+    const std::vector<DnNoiseSample> samples = readSamples(*block, "cannot read the samples of the profile");
     py::array out(sampleDtype(), std::vector<py::ssize_t>{static_cast<py::ssize_t>(samples.size())});
     if (!samples.empty())
         std::memcpy(out.mutable_data(), samples.data(), samples.size() * sizeof(DnNoiseSample));
@@ -309,7 +314,8 @@ py::array Profile::samples() const
 
 int Profile::sampleCount() const
 {
-    return static_cast<int>(readSamples(block_, "cannot read the samples of the profile").size());
+    const Block block = block_;
+    return static_cast<int>(readSamples(*block, "cannot read the samples of the profile").size());
 }
 
 }  // namespace murmex_python

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,12 @@ namespace murmex_python {
 
 class Profile {
 public:
+    // The serialised profile. A block is never changed: a profile given new
+    // settings or a new header gets a new block. So a job that runs without
+    // the GIL keeps its own reference to the block it started with, and
+    // another thread may change the profile meanwhile.
+    using Block = std::shared_ptr<const std::vector<uint8_t>>;
+
     // DnReadProfile on a file: path is a str or an os.PathLike.
     static Profile load(const pybind11::handle& path);
     // A serialised profile (anything with the buffer protocol).
@@ -26,7 +33,7 @@ public:
     // DnWriteProfile: the block with the stored settings, as a file.
     void save(const pybind11::handle& path) const;
 
-    const std::vector<uint8_t>& block() const { return block_; }
+    Block block() const { return block_; }
     const DnFilterParams& settings() const { return settings_; }
     // Stores new settings in the block (only those named; checked).
     void updateSettings(const pybind11::handle& mapping);
@@ -50,7 +57,7 @@ private:
     // Writes params's settings block into the profile.
     void storeSettings(const DnFilterParams& params);
 
-    std::vector<uint8_t> block_;
+    Block block_ = std::make_shared<const std::vector<uint8_t>>();
     DnFilterParams settings_{};
 };
 

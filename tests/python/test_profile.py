@@ -6,6 +6,8 @@ import pickle
 import resource
 import signal
 import stat
+import threading
+import time
 
 import numpy as np
 import pytest
@@ -231,3 +233,39 @@ def test_measuring_with_auto_settings_stores_what_the_program_stores(tmp_path, r
     assert measured.samples.tobytes() == murmex.Profile.measure(noisy).samples.tobytes()
     with pytest.raises(ValueError, match='settings must be "auto" or None'):
         murmex.Profile.measure(noisy, settings="best")
+
+
+def test_changing_a_profile_while_another_thread_uses_it_leaves_that_job_its_own_profile(noisy):
+    # A job runs without the GIL while another thread gives the profile new
+    # settings and a new header, again and again, so that its old serialised
+    # form is dropped around every job's start. Each job must still read the
+    # profile whole (under AddressSanitizer a dropped one read is an error).
+    mine = murmex.Profile.from_bytes(bytes(murmex.Profile.measure(noisy)))
+    image = images.noisy_rgb16(24, 32, seed=2)
+    expected = murmex.denoise(image, mine, threads=0)
+    stop = threading.Event()
+    changes = [0]
+
+    def change():
+        while not stop.is_set():
+            mine.settings = {"lum_strength": float(changes[0] % 20)}
+            mine.header = {"iso": 100 + changes[0] % 7}
+            changes[0] += 1
+
+    changer = threading.Thread(target=change)
+    changer.start()
+    results = []
+    try:
+        deadline = time.monotonic() + 2.0
+        while time.monotonic() < deadline:
+            results.append(murmex.denoise(image, mine, threads=0))
+            results.append(murmex.Profile.from_bytes(bytes(mine)).samples)
+            mine.samples
+    finally:
+        stop.set()
+        changer.join()
+    assert changes[0] > 10 and len(results) > 20
+    for result in results[0::2]:
+        assert np.array_equal(result, expected)
+    for samples in results[1::2]:
+        assert np.array_equal(samples, mine.samples)
