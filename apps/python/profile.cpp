@@ -74,8 +74,6 @@ std::vector<uint8_t> adopt(unsigned char* data, int length)
 struct ReadJob {
     DnFilterParams settings{};
     std::vector<uint8_t> block;
-
-    Profile::Block sharedBlock() { return std::make_shared<const std::vector<uint8_t>>(std::move(block)); }
 };
 
 // DnReadProfile on path; context names what is read in messages.
@@ -149,8 +147,7 @@ Profile Profile::fromBlock(const std::vector<uint8_t>& block, const std::string&
     file.write(block);
     ReadJob read = readProfileFile(file.path(), "cannot read " + what);
     Profile p;
-    p.block_ = read.sharedBlock();
-    p.settings_ = read.settings;
+    p.take(std::move(read.block), read.settings, "cannot read " + what);
     return p;
 }
 
@@ -163,8 +160,7 @@ Profile Profile::load(const py::handle& path)
         raiseError(context + ": " + why);
     ReadJob read = readProfileFile(file, context);
     Profile p;
-    p.block_ = read.sharedBlock();
-    p.settings_ = read.settings;
+    p.take(std::move(read.block), read.settings, context);
     return p;
 }
 
@@ -243,8 +239,15 @@ void Profile::storeSettings(const DnFilterParams& settings)
         [&] { return DnWriteProfile(file.path().c_str(), block->data(), static_cast<int>(block->size()), &params); },
         "cannot store the settings in the profile");
     ReadJob read = readProfileFile(file.path(), "cannot store the settings in the profile");
-    block_ = read.sharedBlock();
-    settings_ = read.settings;
+    take(std::move(read.block), read.settings, "cannot store the settings in the profile");
+}
+
+void Profile::take(std::vector<uint8_t>&& block, const DnFilterParams& settings, const std::string& context)
+{
+    std::vector<DnNoiseSample> samples = readSamples(block, context);
+    block_ = std::make_shared<const std::vector<uint8_t>>(std::move(block));
+    samples_ = std::move(samples);
+    settings_ = settings;
 }
 
 py::dict Profile::header() const
@@ -304,18 +307,15 @@ py::dtype sampleDtype()
 
 py::array Profile::samples() const
 {
-    const Block block = block_;
-    const std::vector<DnNoiseSample> samples = readSamples(*block, "cannot read the samples of the profile");
-    py::array out(sampleDtype(), std::vector<py::ssize_t>{static_cast<py::ssize_t>(samples.size())});
-    if (!samples.empty())
-        std::memcpy(out.mutable_data(), samples.data(), samples.size() * sizeof(DnNoiseSample));
+    py::array out(sampleDtype(), std::vector<py::ssize_t>{static_cast<py::ssize_t>(samples_.size())});
+    if (!samples_.empty())
+        std::memcpy(out.mutable_data(), samples_.data(), samples_.size() * sizeof(DnNoiseSample));
     return out;
 }
 
 int Profile::sampleCount() const
 {
-    const Block block = block_;
-    return static_cast<int>(readSamples(*block, "cannot read the samples of the profile").size());
+    return static_cast<int>(samples_.size());
 }
 
 }  // namespace murmex_python

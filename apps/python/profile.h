@@ -56,8 +56,13 @@ private:
     static Profile fromBlock(const std::vector<uint8_t>& block, const std::string& what);
     // Writes params's settings block into the profile.
     void storeSettings(const DnFilterParams& params);
+    // Makes block (as the library serialised it, with these settings) the
+    // profile's, with its samples read once here: reading them needs no
+    // job later, also from a progress function.
+    void take(std::vector<uint8_t>&& block, const DnFilterParams& settings, const std::string& context);
 
     Block block_ = std::make_shared<const std::vector<uint8_t>>();
+    std::vector<DnNoiseSample> samples_;
     DnFilterParams settings_{};
 };
 

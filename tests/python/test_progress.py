@@ -211,8 +211,11 @@ image = images.noisy_rgb16(64, 80, seed=5)
 profile = murmex.Profile.measure(images.noisy_rgb16())
 profile.save("p.dnp")
 errors = []
+looks = []
 
 def progress(text, fraction):
+    # Looking at a profile needs no job.
+    looks.append((repr(profile), len(profile.samples), len(bytes(profile)), profile.header["iso"]))
     for start in (lambda: murmex.denoise(image, profile), lambda: murmex.Profile.measure(image),
                   lambda: murmex.Profile.load("p.dnp"), lambda: profile.save("q.dnp")):
         try:
@@ -228,6 +231,7 @@ except murmex.Cancelled:
 print(len(errors))
 print(errors[0])
 print(errors[-1])
+print(looks[0] == (repr(profile), len(profile.samples), len(bytes(profile)), profile.header["iso"]))
 murmex.denoise(image, profile)  # the lock was left free
 """
     try:
@@ -235,8 +239,9 @@ murmex.denoise(image, profile)  # the lock was left free
     except subprocess.TimeoutExpired:
         pytest.fail("a job started from a progress function waited for the running job")
     assert done.returncode == 0, done.stderr
-    count, first, last = done.stdout.splitlines()
+    count, first, last, looked = done.stdout.splitlines()
     assert count == "4"
+    assert looked == "True"
     assert first == ("cannot denoise the image: called from the progress function of a job that is still "
                      "running; murmex runs one job at a time")
     assert last.startswith("cannot write ")
