@@ -60,7 +60,7 @@ ticks() {
 }
 # The share of the ticks since "$1" (a ticks line) that the host took.
 steal_since() {
-  local before=$1
+  local before=$1 s0 t0 s1 t1
   read -r s0 t0 <<<"$before"
   read -r s1 t1 <<<"$(ticks)"
   awk -v s="$((s1 - s0))" -v t="$((t1 - t0))" 'BEGIN { printf "%.0f%%", (t > 0 ? 100 * s / t : 0) }'
