@@ -1,5 +1,6 @@
 #include "denoise/denoise_thread.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 
@@ -190,6 +191,15 @@ void JDenoiseThread::pullUpperHalves(JIncrRaster* raster)
     }
 }
 
+int JDenoiseThread::poolIndex()
+{
+    JMutexLocker lock(requestLock_);
+    if (!peers_)
+        return 0;
+    const auto at = std::find(peers_->begin(), peers_->end(), this);
+    return at == peers_->end() ? 0 : static_cast<int>(at - peers_->begin()) + 1;
+}
+
 void JDenoiseThread::run()
 {
     for (;;) {
@@ -203,6 +213,7 @@ void JDenoiseThread::run()
             stopped_.store(true, std::memory_order_release);
             return;
         }
+        JIncrRaster::setThreadPool(poolIndex());
         do
             pullFromFront(raster);
         while (takeFromPeers(raster));

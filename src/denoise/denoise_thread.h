@@ -98,6 +98,9 @@ private:
     // The waiting thread: the upper half of the rows still to do, upwards,
     // until none are left.
     void pullUpperHalves(JIncrRaster* raster);
+    // This worker's place among its peers plus one, or 0 without peers: the
+    // rows' free-buffer pools it uses without a lock (JIncrRaster::setThreadPool).
+    int poolIndex();
 
     JMutex requestLock_;
     JOneSlotSignal request_;

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <exception>
 #include <new>
+#include <thread>
 
 #include "base/ex.h"
 #include "base/qtless/qobject.h"
@@ -21,6 +22,9 @@ JIncrRaster::~JIncrRaster()
         delete[] rows_[i].buffer;
     for (char* b : pool_)
         delete[] b;
+    for (ThreadPool& own : threadPools_)
+        for (int i = 0; i < own.count; ++i)
+            delete[] own.buffers[i];
 }
 
 void JIncrRaster::computeScanline(int row, float* out)
@@ -87,79 +91,135 @@ void JIncrRaster::fillMargins(float* data, int m) const
     std::memset(data + static_cast<ptrdiff_t>(w + m) * c, 0, 16);
 }
 
-void JIncrRaster::clearBusy(Slot& s)
+thread_local int JIncrRaster::threadPool_ = 0;
+
+void JIncrRaster::setThreadPool(int index)
 {
-    s.busy.store(0, std::memory_order_release);
+    threadPool_ = index >= 1 && index <= kThreadPools ? index : 0;
+}
+
+char* JIncrRaster::takeBuffer(bool mayThrow)
+{
+    if (threadPool_ != 0) {
+        ThreadPool& own = threadPools_[threadPool_ - 1];
+        if (own.count > 0)
+            return own.buffers[--own.count];
+    }
+    {
+        JMutexLocker lock(mutex_);
+        if (!pool_.empty()) {
+            char* buffer = pool_.back();
+            pool_.pop_back();
+            return buffer;
+        }
+    }
+    const size_t bytes = bufferBytes(margin());
+    return mayThrow ? new char[bytes] : new (std::nothrow) char[bytes];
+}
+
+void JIncrRaster::returnBuffer(char* buffer)
+{
+    if (threadPool_ != 0) {
+        ThreadPool& own = threadPools_[threadPool_ - 1];
+        if (own.count < kThreadPoolBuffers) {
+            own.buffers[own.count++] = buffer;
+            return;
+        }
+    }
+    JMutexLocker lock(mutex_);
+    pool_.push_back(buffer);
+}
+
+void JIncrRaster::clearBusy(Slot& s, int state)
+{
+    s.busy.store(state, std::memory_order_release);
     s.busy.notify_all();
+}
+
+bool JIncrRaster::claim(Slot& s)
+{
+    int state = s.busy.load(std::memory_order_relaxed);
+    while (state != Computing)
+        if (s.busy.compare_exchange_weak(state, Computing, std::memory_order_acquire, std::memory_order_relaxed)) {
+            if (!s.ready.load(std::memory_order_acquire))
+                return true;
+            // Finished between the caller's look and the claim: hand the
+            // row back as it was.
+            clearBusy(s, Idle);
+            return false;
+        }
+    return false;
+}
+
+void JIncrRaster::rethrowFailure(Slot& s, int row)
+{
+    std::exception_ptr failure;
+    {
+        JMutexLocker lock(mutex_);
+        failure = s.failure;
+    }
+    if (failure)
+        std::rethrow_exception(failure);
+    throw JEx(QObject::tr("Row %1 was given up while being computed").arg(row));
 }
 
 float* JIncrRaster::getScanline(int row)
 {
     const int r = mirrorRow(row);
     Slot& s = rows_[r];
-    // A finished row is read without the lock: the caller's reference keeps
-    // it present, and the acquire load sees the row's data.
-    if (float* ready = s.ready.load(std::memory_order_acquire))
-        return ready;
-    mutex_.lock();
-    if (s.buffer) {
-        while (s.buffer && s.busy.load(std::memory_order_acquire) == 1) {
-            mutex_.unlock();
-            s.busy.wait(1, std::memory_order_acquire);
-            mutex_.lock();
-        }
-        if (!s.buffer) {
+    for (;;) {
+        // A finished row is read as it is: the caller's reference keeps it
+        // present, and the acquire load sees the row's data.
+        if (float* ready = s.ready.load(std::memory_order_acquire))
+            return ready;
+        if (s.busy.load(std::memory_order_acquire) == Computing) {
+            s.busy.wait(Computing, std::memory_order_acquire);
+            if (float* ready = s.ready.load(std::memory_order_acquire))
+                return ready;
             // The computation this thread waited for threw: hand on its
             // failure rather than a row that does not exist.
-            const std::exception_ptr failure = s.failure;
-            mutex_.unlock();
-            if (failure)
-                std::rethrow_exception(failure);
-            throw JEx(QObject::tr("Row %1 was given up while being computed").arg(row));
+            if (s.busy.load(std::memory_order_acquire) == Failed)
+                rethrowFailure(s, row);
+            continue;
         }
-        float* data = dataPointer(s.buffer, s.bufferMargin);
-        mutex_.unlock();
-        return data;
+        if (claim(s))
+            break;
     }
+
     const int m = margin();
     char* buffer;
-    if (!pool_.empty()) {
-        buffer = pool_.back();
-        pool_.pop_back();
-    } else {
-        try {
-            buffer = new char[bufferBytes(m)];
-        } catch (...) {
-            mutex_.unlock();
-            throw;
-        }
+    try {
+        buffer = takeBuffer(true);
+    } catch (...) {
+        giveUp(s, std::current_exception());
+        throw;
     }
     float* data = dataPointer(buffer, m);
     s.buffer = buffer;
     s.bufferMargin = m;
-    s.failure = nullptr;
-    s.busy.store(1, std::memory_order_relaxed);
-    mutex_.unlock();
-
     try {
         computeScanline(r, data);
     } catch (...) {
-        JMutexLocker lock(mutex_);
         giveUp(s, std::current_exception());
         throw;
     }
     fillMargins(data, m);
     s.ready.store(data, std::memory_order_release);
-    clearBusy(s);
+    clearBusy(s, Idle);
     return data;
 }
 
 void JIncrRaster::giveUp(Slot& s, std::exception_ptr failure)
 {
-    pool_.push_back(s.buffer);
-    s.buffer = nullptr;
-    s.failure = std::move(failure);
-    clearBusy(s);
+    {
+        JMutexLocker lock(mutex_);
+        s.failure = std::move(failure);
+    }
+    if (s.buffer) {
+        returnBuffer(s.buffer);
+        s.buffer = nullptr;
+    }
+    clearBusy(s, Failed);
 }
 
 void JIncrRaster::refScanline(int row)
@@ -193,16 +253,32 @@ void JIncrRaster::refScanline(int row)
     // references (upstream locks, and this recursive one again for turbo
     // rows), so no row is computed under the lock. The release store hands
     // those references on to whoever takes the next one without the lock.
-    JMutexLocker lock(mutex_);
-    if (s.count.load(std::memory_order_relaxed) == 0) {
-        try {
-            refInputs(r);
-        } catch (...) {
-            s.count.fetch_add(1, std::memory_order_release);
-            throw;
+    for (;;) {
+        {
+            JMutexLocker lock(mutex_);
+            count = s.count.load(std::memory_order_acquire);
+            if (count == 0) {
+                // Only the lock holder moves the count up from zero.
+                try {
+                    refInputs(r);
+                } catch (...) {
+                    s.count.fetch_add(1, std::memory_order_release);
+                    throw;
+                }
+                s.count.fetch_add(1, std::memory_order_release);
+                return;
+            }
+            // Referenced meanwhile by another thread, whose last reference
+            // may be dropped at any moment: add to the count as it is.
+            while (count != kReleasing)
+                if (s.count.compare_exchange_weak(count, count + 1, std::memory_order_acq_rel,
+                                                  std::memory_order_acquire))
+                    return;
         }
+        // A last reference is being dropped on another thread: the row must be
+        // absent again before it is referenced anew.
+        std::this_thread::yield();
     }
-    s.count.fetch_add(1, std::memory_order_release);
 }
 
 void JIncrRaster::unrefScanline(int row)
@@ -212,24 +288,40 @@ void JIncrRaster::unrefScanline(int row)
 
 void JIncrRaster::release(Slot& s)
 {
-    // Above one the count drops without the lock, as it cannot reach zero;
-    // only the last reference pools the buffer, under the lock. The releasing
-    // decrements order every reader's use of the row before that.
+    // Above one the count drops as it is. The last reference parks the count
+    // at kReleasing while it takes the row's buffer, so that a new first
+    // reference (which waits for 0) finds the row absent. The releasing
+    // exchanges order every reader's use of the row before that.
     int count = s.count.load(std::memory_order_relaxed);
-    while (count > 1)
-        if (s.count.compare_exchange_weak(count, count - 1, std::memory_order_acq_rel, std::memory_order_relaxed))
+    for (;;) {
+        if (count == kReleasing) {
+            std::this_thread::yield();
+            count = s.count.load(std::memory_order_relaxed);
+        } else if (count != 1) {
+            // Below one: an unref without a reference takes the count below
+            // zero, without a report.
+            if (s.count.compare_exchange_weak(count, count - 1, std::memory_order_acq_rel, std::memory_order_relaxed))
+                return;
+        } else if (s.count.compare_exchange_weak(count, kReleasing, std::memory_order_acq_rel,
+                                                 std::memory_order_relaxed)) {
+            char* buffer = s.buffer;
+            if (buffer) {
+                s.ready.store(nullptr, std::memory_order_relaxed);
+                s.buffer = nullptr;
+            }
+            s.count.store(0, std::memory_order_release);
+            // Pooled only now: a thread waiting for the count may hold this
+            // node's lock (a first reference of a row whose refInputs
+            // references rows of the same node).
+            if (buffer)
+                returnBuffer(buffer);
             return;
-    JMutexLocker lock(mutex_);
-    if (s.count.fetch_sub(1, std::memory_order_acq_rel) == 1 && s.buffer) {
-        pool_.push_back(s.buffer);
-        s.buffer = nullptr;
-        s.ready.store(nullptr, std::memory_order_relaxed);
+        }
     }
 }
 
 int JIncrRaster::claimRows(int row, int stride, int maxRows, float** outs)
 {
-    JMutexLocker lock(mutex_);
     const int m = margin();
     int n = 1;
     for (; n < maxRows; ++n) {
@@ -237,22 +329,25 @@ int JIncrRaster::claimRows(int row, int stride, int maxRows, float** outs)
         if (y < 0 || y >= height_)
             break;
         Slot& s = rows_[y];
-        if (s.count.load(std::memory_order_relaxed) == 0 || s.buffer)
+        // The claim's own reference, taken only on a referenced row.
+        int count = s.count.load(std::memory_order_relaxed);
+        while (count > 0 &&
+               !s.count.compare_exchange_weak(count, count + 1, std::memory_order_acquire, std::memory_order_relaxed)) {
+        }
+        if (count <= 0)
             break;
-        char* buffer;
-        if (!pool_.empty()) {
-            buffer = pool_.back();
-            pool_.pop_back();
-        } else {
-            buffer = new (std::nothrow) char[bufferBytes(m)];
-            if (!buffer)
-                break;
+        if (!claim(s)) {
+            release(s);
+            break;
+        }
+        char* buffer = takeBuffer(false);
+        if (!buffer) {
+            clearBusy(s, Idle);
+            release(s);
+            break;
         }
         s.buffer = buffer;
         s.bufferMargin = m;
-        s.failure = nullptr;
-        s.busy.store(1, std::memory_order_relaxed);
-        s.count.fetch_add(1, std::memory_order_relaxed);
         outs[n] = dataPointer(buffer, m);
     }
     return n;
@@ -266,10 +361,8 @@ void JIncrRaster::releaseClaimedRows(int row, int stride, int n, bool filled)
             float* data = dataPointer(s.buffer, s.bufferMargin);
             fillMargins(data, s.bufferMargin);
             s.ready.store(data, std::memory_order_release);
-            clearBusy(s);
-        }
-        if (!filled) {
-            JMutexLocker lock(mutex_);
+            clearBusy(s, Idle);
+        } else {
             giveUp(s, std::current_exception());
         }
         release(s);
@@ -326,6 +419,11 @@ void JIncrRaster::requestReflection(int margin)
     for (char* b : pool_)
         delete[] b;
     pool_.clear();
+    for (ThreadPool& own : threadPools_) {
+        for (int i = 0; i < own.count; ++i)
+            delete[] own.buffers[i];
+        own.count = 0;
+    }
 }
 
 void JIncrRaster::setTurbo(bool turbo)
@@ -352,12 +450,15 @@ int JIncrRaster::refCount(int row)
 
 bool JIncrRaster::rowPresent(int row)
 {
-    JMutexLocker lock(mutex_);
-    return slot(row).buffer != nullptr;
+    const Slot& s = slot(row);
+    return s.ready.load(std::memory_order_acquire) || s.busy.load(std::memory_order_acquire) == Computing;
 }
 
 int JIncrRaster::pooledBuffers()
 {
     JMutexLocker lock(mutex_);
-    return static_cast<int>(pool_.size());
+    int n = static_cast<int>(pool_.size());
+    for (const ThreadPool& own : threadPools_)
+        n += own.count;
+    return n;
 }

@@ -15,25 +15,29 @@
 // (mirrorRow) and share the slot of the stored row they map to.
 //
 // Threads. Any number of threads may call refScanline, getScanline and
-// unrefScanline on one node at once. The node mutex guards the row table
-// (buffers, data pointers, the counts' crossings of zero) and the buffer pool.
-// It is never held while a row is computed, so a computation may pull rows of
-// its inputs, which take their own mutexes, without any lock-ordering concern.
-// A row being computed carries the busy flag; a second thread asking for it
-// blocks (a futex wait on the flag, without the lock) until the first has
-// filled the row and its margins, so a row is computed once. When the
-// computation throws, the row goes back to absent and the waiting threads
-// rethrow the same exception; none of them is handed a missing row. The busy
-// flag is cleared without the lock (a release store that waiting readers
-// observe with an acquire load, then a wake-up), which also publishes the row's
-// data. A finished row is published as well by its ready pointer, so that
-// getScanline on a present row (the common case: most rows are read by several
-// consumers, or several times) takes no lock; the caller's reference keeps the
-// row while it reads. The margin and the turbo flag are set while the graph is
-// built and read without the lock while rows are computed, hence atomics.
+// unrefScanline on one node at once. A row is computed by the one thread that
+// claims it (an exchange on its state), never under a lock, so a computation
+// may pull rows of its inputs without any lock-ordering concern. A second
+// thread asking for a row being computed blocks (a futex wait on the state)
+// until the first has filled the row and its margins, so a row is computed
+// once. When the computation throws, the row goes back to absent and the
+// waiting threads rethrow the same exception; none of them is handed a
+// missing row. A finished row is published by its ready pointer (a release
+// store that readers observe with an acquire load, which also publishes the
+// row's data), so getScanline on a present row (the common case: most rows
+// are read by several consumers, or several times) takes no lock; the
+// caller's reference keeps the row while it reads. Reference counts change by
+// atomic exchanges; the last reference sends the buffer to the pool. The node
+// mutex guards the first reference of a row (so that refInputs runs once),
+// the shared buffer pool and the failures. The denoise workers keep free
+// buffers of their own besides (setThreadPool), so that two workers do not
+// pass one lock back and forth for every row of every node. The margin and
+// the turbo flag are set while the graph is built and read while rows are
+// computed, hence atomics.
 #pragma once
 
 #include <atomic>
+#include <climits>
 #include <exception>
 #include <memory>
 #include <vector>
@@ -67,6 +71,15 @@ public:
     // takes no lock. Set and cleared only while no other thread works on the
     // graph (the signal that later hands it on orders the change).
     void setReferencingAlone(bool alone) { referencingAlone_ = alone; }
+    // The free-buffer pool of every node that the calling thread uses: index
+    // 1..kThreadPools gives it pools of its own, to be used by no other thread
+    // at the same time (the denoise workers of one driver), which keep up to
+    // kThreadPoolBuffers buffers a node and pass the rest on to the shared
+    // pool; 0 (the default) and any other index, the shared pool alone, under
+    // the node's lock.
+    static constexpr int kThreadPools = 8;
+    static constexpr int kThreadPoolBuffers = 8;
+    static void setThreadPool(int index);
     // Fetches row `row` and copies it, margins and slack included, into dst,
     // the data pointer of a buffer of this node's layout. The element count is
     // (W + 2m) + 16 for types 0 and 1 and (W + 2m)*2 + 16 for type 2: for type
@@ -125,28 +138,51 @@ protected:
     void releaseClaimedRows(int row, int stride, int n, bool filled);
 
 private:
+    // A row's computing state (Slot::busy).
+    enum : int { Idle = 0, Computing = 1, Failed = 2 };
+    // The count of a row whose last reference is being dropped.
+    static constexpr int kReleasing = INT_MIN;
+
     struct Slot {
-        // Changed without the lock only while it stays above zero: the
-        // crossings of zero (refInputs, pooling the buffer) take the lock.
+        // References. Changed by atomic exchanges; the last release parks it
+        // at kReleasing while it pools the buffer.
         std::atomic<int> count{0};
         int bufferMargin = 0;  // the margin the buffer was laid out for
-        std::atomic<int> busy{0};
+        // Idle (absent or finished), Computing (claimed by one thread, which
+        // alone writes buffer and the row), or Failed (absent; the last
+        // computation threw).
+        std::atomic<int> busy{Idle};
         char* buffer = nullptr;  // as allocated; null while the row is absent
         // The data pointer (pixel 0 inside buffer) once the row and its
-        // margins are filled, null otherwise: getScanline's path without the
-        // lock. While the row is computed it is dataPointer(buffer, bufferMargin).
+        // margins are filled, null otherwise.
         std::atomic<float*> ready{nullptr};
-        std::exception_ptr failure;  // why the last computation threw, for its waiting readers
+        std::exception_ptr failure;  // why the last computation threw; guarded by the mutex
+    };
+
+    // Free buffers of one worker thread (setThreadPool), taken and given
+    // back without the lock; its own cache lines, as every worker has one.
+    struct alignas(64) ThreadPool {
+        char* buffers[kThreadPoolBuffers] = {};
+        int count = 0;
     };
 
     Slot& slot(int row);
     // Drops one reference; the last one sends the row's buffer to the pool.
     void release(Slot& s);
+    // Makes this thread the one that computes the row; false when another
+    // thread computes it or it is finished.
+    static bool claim(Slot& s);
     // Ends the computing state of a slot and wakes its waiting readers.
-    static void clearBusy(Slot& s);
-    // Under the lock: a row whose computation failed goes back to absent,
-    // keeping the failure for the readers waiting on it.
+    static void clearBusy(Slot& s, int state);
+    // A row whose computation failed goes back to absent, keeping the
+    // failure for the readers waiting on it.
     void giveUp(Slot& s, std::exception_ptr failure);
+    [[noreturn]] void rethrowFailure(Slot& s, int row);
+    // A free buffer of the current margin's size: this thread's own pool,
+    // the shared pool, or a new one (null when allocation fails and mayThrow
+    // is false).
+    char* takeBuffer(bool mayThrow);
+    void returnBuffer(char* buffer);
     size_t bufferBytes(int margin) const;
     float* dataPointer(char* buffer, int margin) const;
     void fillMargins(float* data, int margin) const;
@@ -161,6 +197,8 @@ private:
     int height_;
     std::atomic<int> turbo_{0};
     DataType dataType_ = Plane;
-    std::vector<char*> pool_;
+    std::vector<char*> pool_;  // guarded by the mutex
+    ThreadPool threadPools_[kThreadPools];
     bool referencingAlone_ = false;
+    static thread_local int threadPool_;
 };

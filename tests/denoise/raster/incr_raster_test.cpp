@@ -637,3 +637,121 @@ TEST(IncrRasterTest, AFailingFirstReferenceStillCountsAloneOrNot)
         EXPECT_EQ(n.calls, 1) << alone;
     }
 }
+
+// Runs fn on a thread of its own that uses worker pool `pool` (0: the shared
+// pool alone), and waits for it.
+template <class Fn>
+void onPoolThread(int pool, Fn fn)
+{
+    std::thread t([&] {
+        JIncrRaster::setThreadPool(pool);
+        fn();
+    });
+    t.join();
+}
+
+// Computes row y on the calling thread and drops it again; returns its buffer's data pointer.
+float* computeAndDrop(JIncrRaster& n, int y)
+{
+    n.refScanline(y);
+    float* data = n.getScanline(y);
+    n.unrefScanline(y);
+    return data;
+}
+
+TEST(IncrRasterThreadTest, AWorkerGetsBackTheBuffersItFreedAndNoOtherThreadDoes)
+{
+    CountingNode n(16, 8);
+    float* a = nullptr;
+    float* b = nullptr;
+    onPoolThread(1, [&] {
+        n.refScanline(0);
+        n.refScanline(1);
+        a = n.getScanline(0);
+        b = n.getScanline(1);
+        n.unrefScanline(0);
+        n.unrefScanline(1);
+    });
+    EXPECT_EQ(n.pooledBuffers(), 2);
+    float* other = nullptr;
+    onPoolThread(2, [&] { other = computeAndDrop(n, 2); });
+    float* shared = nullptr;
+    onPoolThread(0, [&] { shared = computeAndDrop(n, 3); });
+    EXPECT_NE(other, a);
+    EXPECT_NE(other, b);
+    EXPECT_NE(shared, a);
+    EXPECT_NE(shared, b);
+    // Newest first, as the shared pool.
+    float* again[2] = {};
+    onPoolThread(1, [&] {
+        n.refScanline(4);
+        n.refScanline(5);
+        again[0] = n.getScanline(4);
+        again[1] = n.getScanline(5);
+        n.unrefScanline(4);
+        n.unrefScanline(5);
+    });
+    EXPECT_EQ(again[0], b);
+    EXPECT_EQ(again[1], a);
+}
+
+TEST(IncrRasterThreadTest, AWorkersFullPoolPassesFurtherBuffersToTheSharedPool)
+{
+    const int rows = JIncrRaster::kThreadPoolBuffers + 3;
+    CountingNode n(16, rows + 4);
+    std::vector<float*> freed;
+    onPoolThread(1, [&] {
+        for (int y = 0; y < rows; ++y)
+            n.refScanline(y);
+        for (int y = 0; y < rows; ++y)
+            freed.push_back(n.getScanline(y));
+        for (int y = 0; y < rows; ++y)
+            n.unrefScanline(y);
+    });
+    EXPECT_EQ(n.pooledBuffers(), rows);
+    // The last three went to the shared pool, where any thread finds them,
+    // the newest first; after them a thread without a pool of its own gets a
+    // new buffer.
+    float* taken[4] = {};
+    onPoolThread(0, [&] {
+        for (int k = 0; k < 4; ++k) {
+            n.refScanline(rows + k);
+            taken[k] = n.getScanline(rows + k);
+        }
+    });
+    for (int k = 0; k < 3; ++k)
+        EXPECT_EQ(taken[k], freed[rows - 1 - k]) << k;
+    EXPECT_EQ(std::find(freed.begin(), freed.end(), taken[3]), freed.end());
+    EXPECT_EQ(n.pooledBuffers(), rows - 3);
+    for (int k = 0; k < 4; ++k)
+        n.unrefScanline(rows + k);
+}
+
+TEST(IncrRasterThreadTest, AnIndexOutsideTheWorkerPoolsUsesTheSharedPool)
+{
+    for (int pool : {-1, JIncrRaster::kThreadPools + 1}) {
+        CountingNode n(16, 4);
+        float* freed = nullptr;
+        onPoolThread(pool, [&] { freed = computeAndDrop(n, 0); });
+        float* taken = nullptr;
+        onPoolThread(0, [&] { taken = computeAndDrop(n, 1); });
+        EXPECT_EQ(taken, freed) << pool;
+    }
+}
+
+TEST(IncrRasterThreadTest, RaisingTheMarginEmptiesTheWorkerPoolsToo)
+{
+    CountingNode n(8, 4);
+    onPoolThread(1, [&] { computeAndDrop(n, 0); });
+    onPoolThread(JIncrRaster::kThreadPools, [&] { computeAndDrop(n, 1); });
+    EXPECT_EQ(n.pooledBuffers(), 2);
+    n.requestReflection(5);
+    EXPECT_EQ(n.pooledBuffers(), 0);
+    // Rows laid out afterwards carry the new margin.
+    onPoolThread(1, [&] {
+        n.refScanline(2);
+        const float* row = n.getScanline(2);
+        EXPECT_EQ(row[-5], row[5]);
+        n.unrefScanline(2);
+    });
+}
