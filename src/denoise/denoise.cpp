@@ -54,13 +54,46 @@ private:
     const std::vector<std::unique_ptr<JIncrRaster>>& nodes_;
 };
 
+// Stops the workers' work on the rows of their next requests (when `armed`)
+// as it goes: each answers an empty request, so none touches the graph after.
+class WorkAheadStop {
+public:
+    WorkAheadStop(const std::vector<std::unique_ptr<JDenoiseThread>>& workers, JIncrRaster* final)
+        : workers_(workers), final_(final)
+    {
+    }
+    ~WorkAheadStop()
+    {
+        if (!armed)
+            return;
+        for (const auto& worker : workers_)
+            worker->postRequest(final_, 0, -1);
+        // An empty request cannot fail; the catch keeps the destructor from
+        // throwing all the same.
+        for (const auto& worker : workers_) {
+            try {
+                worker->waitForReply();
+            } catch (...) {
+            }
+        }
+    }
+    WorkAheadStop(const WorkAheadStop&) = delete;
+    WorkAheadStop& operator=(const WorkAheadStop&) = delete;
+
+    bool armed = false;
+
+private:
+    const std::vector<std::unique_ptr<JDenoiseThread>>& workers_;
+    JIncrRaster* final_;
+};
+
 }  // namespace
 
 // Every node of one strip's graph. The graph owns them all; they are deleted
 // together when the strip ends (nodes never touch their inputs on deletion).
 struct JDenoise::Pipeline {
     std::vector<std::unique_ptr<JIncrRaster>> nodes;
-    JIncrRaster* final = nullptr;
+    JIncrRaster_ToRGB* final = nullptr;
 
     template <class Node, class... Args>
     Node* make(Args&&... args)
@@ -300,15 +333,29 @@ bool JDenoise::runStrip(JImageAdapter* in, JImageAdapter* out, int strip, int xS
             final->unrefScanline(row);
         }
     } else {
+        JIncrRaster_ToRGB* writer = pipeline->final;
+        // Each worker computes the rows of its next request while it waits
+        // for it; those rows reach the adapter only with their batch, so the
+        // writes, progress calls and cancellation keep the batches' order.
+        // However the loop ends, the graph stays until the workers have
+        // answered a request without such rows.
+        WorkAheadStop workingAhead(threads_, final);
         int current = yStart;
         while (!cancelled && current <= yEnd) {
             const int batchFirst = current;
+            const int batchLast = std::min(current + rowsPerThread_ * static_cast<int>(threads_.size()), yEnd + 1) - 1;
+            writer->setWriteLimit(batchLast);
             int last = current - 1;
+            int ahead = batchLast + 1;
+            workingAhead.armed = ahead <= yEnd;
             for (auto& worker : threads_) {
                 const int first = current;
                 last = std::min(current + rowsPerThread_, yEnd + 1) - 1;
-                worker->postRequest(final, first, last);
+                const int aheadFirst = ahead;
+                const int aheadLast = std::min(ahead + rowsPerThread_, yEnd + 1) - 1;
+                worker->postRequest(final, first, last, aheadFirst, aheadLast);
                 current = last + 1;
+                ahead = aheadLast + 1;
             }
             // Every worker answers before the graph may go: an error on one
             // is rethrown only once all have replied. The workers take rows

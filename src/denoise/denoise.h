@@ -16,6 +16,9 @@
 // so all of them stay busy to the batch's end; once the first worker of a
 // batch has replied, the calling thread evaluates rows of the later workers'
 // requests while it waits for them (JDenoiseThread::helpThenWaitForReply).
+// A worker that has replied computes the rows of its next request while the
+// others finish theirs; the output node keeps those rows until their batch
+// pulls them, so no row is written before its batch is handed out.
 // Batches, progress calls and rows stay what they were. The three tuning values are process-wide and set by the
 // entry points, hence atomics.
 #pragma once

@@ -42,13 +42,15 @@ void JDenoiseThread::setPeers(const std::vector<JDenoiseThread*>* peers)
     peers_ = peers;
 }
 
-void JDenoiseThread::postRequest(JIncrRaster* raster, int first, int last)
+void JDenoiseThread::postRequest(JIncrRaster* raster, int first, int last, int aheadFirst, int aheadLast)
 {
     {
         JMutexLocker lock(requestLock_);
         raster_ = raster;
         next_ = raster ? first : 0;
         end_ = raster ? last : -1;
+        aheadFirst_ = raster ? aheadFirst : 0;
+        aheadLast_ = raster ? aheadLast : -1;
         owner_ = this;
         abandoned_.store(false, std::memory_order_relaxed);
     }
@@ -85,6 +87,7 @@ bool JDenoiseThread::pullRow(JDenoiseThread* owner, JIncrRaster* raster, int row
 {
     try {
         raster->getScanline(row);
+        raster->commitRow(row);
         raster->unrefScanline(row);
         return true;
     } catch (...) {
@@ -217,6 +220,36 @@ void JDenoiseThread::run()
         do
             pullFromFront(raster);
         while (takeFromPeers(raster));
+        int aheadFirst;
+        int aheadLast;
+        {
+            JMutexLocker lock(requestLock_);
+            const bool abandoned = abandoned_.load(std::memory_order_relaxed);
+            aheadFirst = abandoned ? 0 : aheadFirst_;
+            aheadLast = abandoned ? -1 : aheadLast_;
+        }
         reply_.give();
+        pullAhead(raster, aheadFirst, aheadLast);
+    }
+}
+
+void JDenoiseThread::pullAhead(JIncrRaster* raster, int first, int last)
+{
+    // A request has arrived when the signal's count has left its limit.
+    for (int row = first; row <= last && request_.count() != 0; ++row) {
+        // A reference of its own keeps the row while it is computed: the
+        // request that hands it out may arrive meanwhile, and another thread
+        // pull and release it. A row released already is not computed again.
+        if (!raster->refReferencedScanline(row))
+            return;
+        try {
+            raster->getScanline(row);
+        } catch (...) {
+            // The row is absent again; the request that hands it out computes
+            // it once more and reports its failure.
+            raster->unrefScanline(row);
+            return;
+        }
+        raster->unrefScanline(row);
     }
 }

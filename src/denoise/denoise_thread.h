@@ -4,6 +4,11 @@
 // through two one-slot signals, so a post must always be followed by
 // waitForReply() before the next post.
 //
+// A worker that has replied computes the rows it expects next while it waits
+// for the next request, so that the end of a batch, where some threads wait
+// for the last rows, does not leave a processor idle. Those rows only get
+// computed; the request that hands them out pulls them as any other.
+//
 // Rows of a request are claimed one at a time under the request lock, each by
 // exactly one thread; every row is still pulled and released once, and which
 // thread computes it does not change the row. Two kinds of thread besides the
@@ -56,8 +61,13 @@ public:
     void setPeers(const std::vector<JDenoiseThread*>* peers);
 
     // Rows first..last of `raster` (an empty range when first > last). A null
-    // raster asks the worker to stop.
-    void postRequest(JIncrRaster* raster, int first, int last);
+    // raster asks the worker to stop. Rows aheadFirst..aheadLast are the ones
+    // the worker expects next: once it has replied it computes them, one at a
+    // time, from the front, until the next request arrives, under a reference
+    // of its own (the request that hands them out later pulls, commits and
+    // releases them). Before the graph goes, a request without such rows (an
+    // empty one will do) must have been answered.
+    void postRequest(JIncrRaster* raster, int first, int last, int aheadFirst = 0, int aheadLast = -1);
     // Waits (blocked) for the reply to the last request. A row evaluation
     // of that request that threw, on whichever thread, is rethrown here, on
     // the driver's thread, once the worker has replied, so that it reaches
@@ -98,6 +108,9 @@ private:
     // The waiting thread: the upper half of the rows still to do, upwards,
     // until none are left.
     void pullUpperHalves(JIncrRaster* raster);
+    // After the reply: rows aheadFirst..aheadLast from the front while no
+    // request is waiting.
+    void pullAhead(JIncrRaster* raster, int first, int last);
     // This worker's place among its peers plus one, or 0 without peers: the
     // rows' free-buffer pools it uses without a lock (JIncrRaster::setThreadPool).
     int poolIndex();
@@ -110,6 +123,8 @@ private:
     // request they belong to: this one, or a peer whose rows it took.
     int next_ = 0;
     int end_ = -1;
+    int aheadFirst_ = 0;
+    int aheadLast_ = -1;
     JDenoiseThread* owner_ = this;
     // A row of this worker's request failed; read without the lock by the
     // threads that hold its rows.

@@ -1,6 +1,7 @@
 #include "denoise/denoise_thread.h"
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <stdexcept>
 #include <thread>
@@ -350,4 +351,115 @@ TEST(DenoiseThreadThreadTest, RowFailureOnTheHelpingThreadIsRethrownAfterTheRepl
     EXPECT_NO_THROW(worker.helpThenWaitForReply());
     for (int y = 0; y < 4; ++y)
         EXPECT_EQ(other.computed[y].load(), 1) << y;
+}
+
+namespace {
+
+// A RowNode that counts commits and can be made slow.
+class CommitNode : public RowNode {
+public:
+    CommitNode(int w, int h, int delayMs = 0) : RowNode(w, h), commits(h), delayMs_(delayMs)
+    {
+        for (auto& c : commits)
+            c = 0;
+    }
+    void computeScanline(int row, float* out) override
+    {
+        if (delayMs_ > 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(delayMs_));
+        RowNode::computeScanline(row, out);
+    }
+    void commitRow(int row) override { ++commits[row]; }
+    std::vector<std::atomic<int>> commits;
+
+private:
+    int delayMs_;
+};
+
+// Waits (up to a minute) until every row of first..last has been computed.
+bool waitForComputed(const RowNode& node, int first, int last)
+{
+    for (int i = 0; i < 60000; ++i) {
+        bool all = true;
+        for (int row = first; row <= last; ++row)
+            all = all && node.computed[row].load() > 0;
+        if (all)
+            return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return false;
+}
+
+}  // namespace
+
+TEST(DenoiseThreadThreadTest, AfterItsReplyAWorkerComputesTheRowsItExpectsNextAndLeavesThemToTheirRequest)
+{
+    CommitNode node(4, 12);
+    for (int row = 0; row < 8; ++row)
+        node.refScanline(row);
+    JDenoiseThread worker(false);
+    worker.postRequest(&node, 0, 3, 4, 7);
+    worker.waitForReply();
+    ASSERT_TRUE(waitForComputed(node, 4, 7));
+    for (int row = 4; row < 8; ++row) {
+        EXPECT_EQ(node.commits[row].load(), 0) << row;
+        EXPECT_EQ(node.refCount(row), 1) << row;
+    }
+    for (int row = 0; row < 4; ++row) {
+        EXPECT_EQ(node.commits[row].load(), 1) << row;
+        EXPECT_EQ(node.refCount(row), 0) << row;
+    }
+    // The request that hands them out pulls, commits and releases them,
+    // without computing them again.
+    worker.postRequest(&node, 4, 7);
+    worker.waitForReply();
+    for (int row = 4; row < 8; ++row) {
+        EXPECT_EQ(node.computed[row].load(), 1) << row;
+        EXPECT_EQ(node.commits[row].load(), 1) << row;
+        EXPECT_EQ(node.refCount(row), 0) << row;
+        EXPECT_FALSE(node.rowPresent(row)) << row;
+    }
+    EXPECT_EQ(node.computed[8].load(), 0);
+}
+
+TEST(DenoiseThreadThreadTest, TheNextRequestStopsTheWorkOnRowsAhead)
+{
+    const int h = 400;
+    CommitNode node(4, h, 5);
+    for (int row = 0; row < h; ++row)
+        node.refScanline(row);
+    JDenoiseThread worker(false);
+    worker.postRequest(&node, 0, 0, 1, h - 1);
+    worker.waitForReply();
+    ASSERT_TRUE(waitForComputed(node, 1, 1));
+    // An empty request: once it is answered, the worker computes no more rows.
+    worker.postRequest(&node, 0, -1);
+    worker.waitForReply();
+    int computed = 0;
+    for (int row = 1; row < h; ++row)
+        computed += node.computed[row].load();
+    EXPECT_LT(computed, h - 1);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    int later = 0;
+    for (int row = 1; row < h; ++row)
+        later += node.computed[row].load();
+    EXPECT_EQ(later, computed);
+}
+
+TEST(DenoiseThreadThreadTest, ARowAheadThatFailsIsComputedAgainByItsRequestWhichReportsTheFailure)
+{
+    RowNode node(4, 8, 5);
+    for (int row = 0; row < 8; ++row)
+        node.refScanline(row);
+    JDenoiseThread worker(false);
+    worker.postRequest(&node, 0, 1, 2, 7);
+    worker.waitForReply();
+    ASSERT_TRUE(waitForComputed(node, 2, 4));
+    // The work ahead stops at the failing row (give it the time to get
+    // there); the next request meets the failure again and reports it.
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    worker.postRequest(&node, 2, 7);
+    EXPECT_THROW(worker.waitForReply(), std::runtime_error);
+    EXPECT_EQ(node.computed[6].load(), 0);
+    EXPECT_EQ(node.computed[7].load(), 0);
 }

@@ -33,6 +33,11 @@ void JIncrRaster::computeScanline(int row, float* out)
     (void)out;
 }
 
+void JIncrRaster::commitRow(int row)
+{
+    (void)row;
+}
+
 int JIncrRaster::mirrorRow(int y) const
 {
     const long long h = height_;
@@ -279,6 +284,16 @@ void JIncrRaster::refScanline(int row)
         // absent again before it is referenced anew.
         std::this_thread::yield();
     }
+}
+
+bool JIncrRaster::refReferencedScanline(int row)
+{
+    Slot& s = rows_[mirrorRow(row)];
+    int count = s.count.load(std::memory_order_relaxed);
+    while (count > 0)
+        if (s.count.compare_exchange_weak(count, count + 1, std::memory_order_acquire, std::memory_order_relaxed))
+            return true;
+    return false;
 }
 
 void JIncrRaster::unrefScanline(int row)

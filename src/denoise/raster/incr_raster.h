@@ -62,9 +62,16 @@ public:
     virtual void refInputs(int row) = 0;
     // The row's data pointer (pixel 0), computing the row first if needed.
     virtual float* getScanline(int row);
+    // Hands on what computing row `row` held back (a writing node may keep a
+    // row computed ahead of its turn until then). Called once per pulled row
+    // by the denoise workers, after getScanline; the base version does nothing.
+    virtual void commitRow(int row);
 
     void refScanline(int row);
     void unrefScanline(int row);
+    // One more reference on a row that has one already; false, with nothing
+    // done, on a row without references (not referenced yet, or released).
+    bool refReferencedScanline(int row);
     // While set, refScanline takes it that no other thread uses this node, as
     // in the pass that references every row of a graph before any is pulled:
     // the counts change by plain loads and stores and a first reference

@@ -33,6 +33,8 @@ public:
 
     // A free row, or a new one.
     Lease take();
+    // Pixels a row.
+    size_t pixels() const { return pixels_; }
 
 private:
     void giveBack(std::unique_ptr<std::vector<JPixel>> row) noexcept;

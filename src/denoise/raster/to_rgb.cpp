@@ -16,7 +16,8 @@ JIncrRaster_ToRGB::JIncrRaster_ToRGB(JIncrRaster& y, JIncrRaster& cr, JIncrRaste
       pixels_(static_cast<size_t>(std::max(0, leadIn)) + static_cast<size_t>(y.width()) + 4),
       y_(y),
       cr_(cr),
-      cb_(cb)
+      cb_(cb),
+      kept_(static_cast<size_t>(std::max(0, y.height())))
 {
     // The adapter reads xEnd - xStart + 1 pixels from pixel leadIn of the
     // buffer; refuse a range that would make it read outside the buffer.
@@ -33,8 +34,31 @@ JIncrRaster_ToRGB::JIncrRaster_ToRGB(JIncrRaster& y, JIncrRaster& cr, JIncrRaste
 
 void JIncrRaster_ToRGB::write(int row, const JPixel* px)
 {
+    if (row > writeLimit_.load(std::memory_order_acquire)) {
+        const size_t n = pixels_.pixels();
+        std::unique_ptr<JPixel[]> kept(new JPixel[n]);
+        std::copy(px, px + n, kept.get());
+        kept_[static_cast<size_t>(row)] = std::move(kept);
+        return;
+    }
     JMutexLocker lock(pixelsMutex_);
     destination_->putScanline(row, xStart_, xEnd_, reinterpret_cast<const unsigned short*>(px + leadIn_));
+}
+
+void JIncrRaster_ToRGB::setWriteLimit(int last)
+{
+    writeLimit_.store(last, std::memory_order_release);
+}
+
+void JIncrRaster_ToRGB::commitRow(int row)
+{
+    if (row < 0 || row >= height())
+        return;
+    std::unique_ptr<JPixel[]> kept = std::move(kept_[static_cast<size_t>(row)]);
+    if (!kept)
+        return;
+    JMutexLocker lock(pixelsMutex_);
+    destination_->putScanline(row, xStart_, xEnd_, reinterpret_cast<const unsigned short*>(kept.get() + leadIn_));
 }
 
 void JIncrRaster_ToRGB::refInputs(int row)

@@ -4,7 +4,16 @@
 //   destination->putScanline(r, xStart, xEnd, pixel + leadIn)
 // The first leadIn pixels of a strip row (its overlap with the previous strip)
 // are not written. The node's own row is left untouched: the write is the work.
+// A denoise worker may compute rows of the next batch before the driver has
+// handed it out; those rows are kept and written when the batch pulls them
+// (setWriteLimit, commitRow), so that no row reaches the adapter before its
+// batch does.
 #pragma once
+
+#include <atomic>
+#include <climits>
+#include <memory>
+#include <vector>
 
 #include "base/image_adapter.h"
 #include "base/mutex.h"
@@ -22,6 +31,12 @@ public:
 
     void computeScanline(int row, float* out) override;
     void refInputs(int row) override;
+    // Rows below `last` are written as they are computed; a row computed
+    // further down is kept until commitRow. Without a limit every row is
+    // written at once.
+    void setWriteLimit(int last);
+    // Writes the row if it was kept.
+    void commitRow(int row) override;
     // The same pixels as the scalar path, several at a time.
     virtual void computeScanline_SIMD(int row, float* out);
 
@@ -40,4 +55,8 @@ private:
     JIncrRaster& y_;
     JIncrRaster& cr_;
     JIncrRaster& cb_;
+    std::atomic<int> writeLimit_{INT_MAX};
+    // The kept rows, each written by the thread that commits it (which saw
+    // the row finished, and with it this entry).
+    std::vector<std::unique_ptr<JPixel[]>> kept_;
 };

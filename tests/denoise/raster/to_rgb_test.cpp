@@ -458,3 +458,36 @@ TEST(ToRGBThreadTest, FourThreadsWriteEveryRowOnceAndMatchOneThread)
 }
 
 }  // namespace
+
+TEST(ToRGBTest, RowsPastTheWriteLimitWaitForTheirCommitAndThenWriteTheSamePixels)
+{
+    murmex_test::forEachSIMDPath([](const murmex_test::SIMDPath& path) {
+        SCOPED_TRACE(path.name());
+        const int w = 19, h = 6;
+        PlaneNode y(w, h, edgePlane(w, h, 4, 0.5f));
+        PlaneNode cr(w, h, edgePlane(w, h, 5, 0.5f));
+        PlaneNode cb(w, h, edgePlane(w, h, 6, 0.5f));
+        MemoryImage out(w, h);
+        JIncrRaster_ToRGB node(y, cr, cb, &out, 0, w - 1, 0);
+        node.setWriteLimit(2);
+        pullAllRows(node);
+        const auto written = [&](int row) { return out.writeCounts()[static_cast<size_t>(row) * w]; };
+        for (int row = 0; row < h; ++row)
+            EXPECT_EQ(written(row), row <= 2 ? 1 : 0) << row;
+        // A row written at once has nothing left to commit.
+        node.commitRow(1);
+        EXPECT_EQ(written(1), 1);
+        for (int row = 3; row < h; ++row) {
+            node.commitRow(row);
+            EXPECT_EQ(written(row), 1) << row;
+            node.commitRow(row);
+            EXPECT_EQ(written(row), 1) << row;
+        }
+        // Outside the raster: nothing.
+        node.commitRow(-1);
+        node.commitRow(h);
+        expectLiteralPixels(out, y, cr, cb);
+        for (int c : out.writeCounts())
+            ASSERT_EQ(c, 1);
+    });
+}
