@@ -340,19 +340,24 @@ bool JDenoise::runStrip(JImageAdapter* in, JImageAdapter* out, int strip, int xS
         // However the loop ends, the graph stays until the workers have
         // answered a request without such rows.
         WorkAheadStop workingAhead(threads_, final);
+        // The last row of `count` requests from row `from` on, in 64 bits: the
+        // rows per request may be any positive int.
+        const auto lastRow = [&](int from, long long count) {
+            return static_cast<int>(std::min<long long>(from + count * rowsPerThread_, yEnd + 1LL) - 1);
+        };
         int current = yStart;
         while (!cancelled && current <= yEnd) {
             const int batchFirst = current;
-            const int batchLast = std::min(current + rowsPerThread_ * static_cast<int>(threads_.size()), yEnd + 1) - 1;
+            const int batchLast = lastRow(current, static_cast<long long>(threads_.size()));
             writer->setWriteLimit(batchLast);
             int last = current - 1;
             int ahead = batchLast + 1;
             workingAhead.armed = ahead <= yEnd;
             for (auto& worker : threads_) {
                 const int first = current;
-                last = std::min(current + rowsPerThread_, yEnd + 1) - 1;
+                last = lastRow(current, 1);
                 const int aheadFirst = ahead;
-                const int aheadLast = std::min(ahead + rowsPerThread_, yEnd + 1) - 1;
+                const int aheadLast = lastRow(ahead, 1);
                 worker->postRequest(final, first, last, aheadFirst, aheadLast);
                 current = last + 1;
                 ahead = aheadLast + 1;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -181,6 +182,14 @@ TEST_F(DenoiseTest, RowsPerThreadFollowTheThreadCount)
     JDenoise::rows_per_thread_override = 0;
     ASSERT_TRUE(d.removeNoise(&in, &rect, &out, nullptr));
     EXPECT_EQ(d.rowsPerThread(), 1);
+    // The largest override is one batch, the same rows as any other.
+    MemoryImage reference(in.width(), in.height());
+    ASSERT_TRUE(d.removeNoise(&in, &rect, &reference, nullptr));
+    JDenoise::rows_per_thread_override = std::numeric_limits<int>::max();
+    d.setNumThreads(2);
+    ASSERT_TRUE(d.removeNoise(&in, &rect, &out, nullptr));
+    EXPECT_EQ(d.rowsPerThread(), std::numeric_limits<int>::max());
+    EXPECT_EQ(out.data(), reference.data());
 }
 
 TEST_F(DenoiseTest, LevelsFollowTheOverrideOrTheLowFrequencyFlag)
