@@ -247,10 +247,8 @@ void JIncrRaster::refScanline(int row)
     }
     // A row that is referenced already, its inputs with it, takes one more
     // reference without the lock.
-    int count = s.count.load(std::memory_order_relaxed);
-    while (count > 0)
-        if (s.count.compare_exchange_weak(count, count + 1, std::memory_order_acquire, std::memory_order_relaxed))
-            return;
+    if (addReference(s))
+        return;
     // The first reference: refInputs runs under the lock and before the count
     // leaves zero, so no other thread can reference the row and compute it
     // while its input rows are not yet referenced (that computation's unrefs
@@ -261,7 +259,7 @@ void JIncrRaster::refScanline(int row)
     for (;;) {
         {
             JMutexLocker lock(mutex_);
-            count = s.count.load(std::memory_order_acquire);
+            int count = s.count.load(std::memory_order_acquire);
             if (count == 0) {
                 // Only the lock holder moves the count up from zero.
                 try {
@@ -286,14 +284,18 @@ void JIncrRaster::refScanline(int row)
     }
 }
 
-bool JIncrRaster::refReferencedScanline(int row)
+bool JIncrRaster::addReference(Slot& s)
 {
-    Slot& s = rows_[mirrorRow(row)];
     int count = s.count.load(std::memory_order_relaxed);
     while (count > 0)
         if (s.count.compare_exchange_weak(count, count + 1, std::memory_order_acquire, std::memory_order_relaxed))
             return true;
     return false;
+}
+
+bool JIncrRaster::refReferencedScanline(int row)
+{
+    return addReference(rows_[mirrorRow(row)]);
 }
 
 void JIncrRaster::unrefScanline(int row)
@@ -345,11 +347,7 @@ int JIncrRaster::claimRows(int row, int stride, int maxRows, float** outs)
             break;
         Slot& s = rows_[y];
         // The claim's own reference, taken only on a referenced row.
-        int count = s.count.load(std::memory_order_relaxed);
-        while (count > 0 &&
-               !s.count.compare_exchange_weak(count, count + 1, std::memory_order_acquire, std::memory_order_relaxed)) {
-        }
-        if (count <= 0)
+        if (!addReference(s))
             break;
         if (!claim(s)) {
             release(s);

@@ -174,6 +174,8 @@ private:
     };
 
     Slot& slot(int row);
+    // One more reference on a row that has one; false when it has none.
+    static bool addReference(Slot& s);
     // Drops one reference; the last one sends the row's buffer to the pool.
     void release(Slot& s);
     // Makes this thread the one that computes the row; false when another
