@@ -31,9 +31,8 @@ public:
 
     void computeScanline(int row, float* out) override;
     void refInputs(int row) override;
-    // Rows below `last` are written as they are computed; a row computed
-    // further down is kept until commitRow. Without a limit every row is
-    // written at once.
+    // Rows up to `last` are written as they are computed; a row further down
+    // is kept until commitRow. Without a limit every row is written at once.
     void setWriteLimit(int last);
     // Writes the row if it was kept.
     void commitRow(int row) override;
