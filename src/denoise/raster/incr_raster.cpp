@@ -315,8 +315,9 @@ void JIncrRaster::release(Slot& s)
             std::this_thread::yield();
             count = s.count.load(std::memory_order_relaxed);
         } else if (count != 1) {
-            // Below one: an unref without a reference takes the count below
-            // zero, without a report.
+            // Above one the count just drops; at zero or below (an unref
+            // without a reference) it goes further below zero, without a
+            // report.
             if (s.count.compare_exchange_weak(count, count - 1, std::memory_order_acq_rel, std::memory_order_relaxed))
                 return;
         } else if (s.count.compare_exchange_weak(count, kReleasing, std::memory_order_acq_rel,
