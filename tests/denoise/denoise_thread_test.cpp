@@ -376,6 +376,13 @@ private:
     int delayMs_;
 };
 
+// References rows 0..n-1, as the driver references every row before a strip.
+void referenceRows(JIncrRaster& node, int n)
+{
+    for (int row = 0; row < n; ++row)
+        node.refScanline(row);
+}
+
 // Waits (up to a minute) until every row of first..last has been computed.
 bool waitForComputed(const RowNode& node, int first, int last)
 {
@@ -395,8 +402,7 @@ bool waitForComputed(const RowNode& node, int first, int last)
 TEST(DenoiseThreadThreadTest, AfterItsReplyAWorkerComputesTheRowsItExpectsNextAndLeavesThemToTheirRequest)
 {
     CommitNode node(4, 12);
-    for (int row = 0; row < 8; ++row)
-        node.refScanline(row);
+    referenceRows(node, 8);
     JDenoiseThread worker(false);
     worker.postRequest(&node, 0, 3, 4, 7);
     worker.waitForReply();
@@ -426,8 +432,7 @@ TEST(DenoiseThreadThreadTest, TheNextRequestStopsTheWorkOnRowsAhead)
 {
     const int h = 400;
     CommitNode node(4, h, 5);
-    for (int row = 0; row < h; ++row)
-        node.refScanline(row);
+    referenceRows(node, h);
     JDenoiseThread worker(false);
     worker.postRequest(&node, 0, 0, 1, h - 1);
     worker.waitForReply();
@@ -449,8 +454,7 @@ TEST(DenoiseThreadThreadTest, TheNextRequestStopsTheWorkOnRowsAhead)
 TEST(DenoiseThreadThreadTest, ARowAheadThatFailsIsComputedAgainByItsRequestWhichReportsTheFailure)
 {
     RowNode node(4, 8, 5);
-    for (int row = 0; row < 8; ++row)
-        node.refScanline(row);
+    referenceRows(node, 8);
     JDenoiseThread worker(false);
     worker.postRequest(&node, 0, 1, 2, 7);
     worker.waitForReply();

@@ -109,18 +109,33 @@ void expectLiteralPixels(const MemoryImage& img, const PlaneNode& y, const Plane
         }
 }
 
+// Y, Cr and Cb planes of edgePlane values around 0.5, one seed each.
+struct EdgePlanes {
+    EdgePlanes(int w, int h, uint32_t ySeed, uint32_t crSeed, uint32_t cbSeed)
+        : y(w, h, edgePlane(w, h, ySeed, 0.5f)), cr(w, h, edgePlane(w, h, crSeed, 0.5f)),
+          cb(w, h, edgePlane(w, h, cbSeed, 0.5f))
+    {
+    }
+    PlaneNode y;
+    PlaneNode cr;
+    PlaneNode cb;
+};
+
+void expectLiteralPixels(const MemoryImage& img, const EdgePlanes& planes)
+{
+    expectLiteralPixels(img, planes.y, planes.cr, planes.cb);
+}
+
 TEST(ToRGBTest, WritesTheConvertedPixelsOfEveryRow)
 {
     murmex_test::forEachSIMDPath([](const murmex_test::SIMDPath& path) {
         SCOPED_TRACE(path.name());
         const int w = 23, h = 5;
-        PlaneNode y(w, h, edgePlane(w, h, 1, 0.5f));
-        PlaneNode cr(w, h, edgePlane(w, h, 2, 0.5f));
-        PlaneNode cb(w, h, edgePlane(w, h, 3, 0.5f));
+        EdgePlanes planes(w, h, 1, 2, 3);
         MemoryImage out(w, h);
-        JIncrRaster_ToRGB node(y, cr, cb, &out, 0, w - 1, 0);
+        JIncrRaster_ToRGB node(planes.y, planes.cr, planes.cb, &out, 0, w - 1, 0);
         pullAllRows(node);
-        expectLiteralPixels(out, y, cr, cb);
+        expectLiteralPixels(out, planes);
         for (int c : out.writeCounts())
             ASSERT_EQ(c, 1);
     });
@@ -271,18 +286,16 @@ TEST(ToRGBTest, VectorPathsGiveTheScalarPixels)
     const std::pair<int, int> sizes[] = {{1, 3},  {2, 3},  {3, 3},  {4, 3},  {5, 3},  {7, 3},   {8, 3},   {9, 3},
                                          {15, 3}, {16, 3}, {17, 3}, {31, 3}, {33, 3}, {63, 3}, {100, 3}, {1021, 64}};
     for (const auto& [w, h] : sizes) {
-        PlaneNode y(w, h, edgePlane(w, h, 100 + w, 0.5f));
-        PlaneNode cr(w, h, edgePlane(w, h, 200 + w, 0.5f));
-        PlaneNode cb(w, h, edgePlane(w, h, 300 + w, 0.5f));
+        EdgePlanes planes(w, h, 100 + w, 200 + w, 300 + w);
         std::vector<uint16_t> scalar;
         murmex_test::forEachSIMDPath([&](const murmex_test::SIMDPath& path) {
             SCOPED_TRACE(path.name() + " width " + std::to_string(w));
             MemoryImage out(w, h);
-            JIncrRaster_ToRGB node(y, cr, cb, &out, 0, w - 1, 0);
+            JIncrRaster_ToRGB node(planes.y, planes.cr, planes.cb, &out, 0, w - 1, 0);
             pullAllRows(node);
             if (!path.enabled) {
                 scalar = out.data();
-                expectLiteralPixels(out, y, cr, cb);
+                expectLiteralPixels(out, planes);
                 return;
             }
             ASSERT_EQ(out.data().size(), scalar.size());
@@ -464,11 +477,9 @@ TEST(ToRGBTest, RowsPastTheWriteLimitWaitForTheirCommitAndThenWriteTheSamePixels
     murmex_test::forEachSIMDPath([](const murmex_test::SIMDPath& path) {
         SCOPED_TRACE(path.name());
         const int w = 19, h = 6;
-        PlaneNode y(w, h, edgePlane(w, h, 4, 0.5f));
-        PlaneNode cr(w, h, edgePlane(w, h, 5, 0.5f));
-        PlaneNode cb(w, h, edgePlane(w, h, 6, 0.5f));
+        EdgePlanes planes(w, h, 4, 5, 6);
         MemoryImage out(w, h);
-        JIncrRaster_ToRGB node(y, cr, cb, &out, 0, w - 1, 0);
+        JIncrRaster_ToRGB node(planes.y, planes.cr, planes.cb, &out, 0, w - 1, 0);
         node.setWriteLimit(2);
         pullAllRows(node);
         const auto written = [&](int row) { return out.writeCounts()[static_cast<size_t>(row) * w]; };
@@ -486,7 +497,7 @@ TEST(ToRGBTest, RowsPastTheWriteLimitWaitForTheirCommitAndThenWriteTheSamePixels
         // Outside the raster: nothing.
         node.commitRow(-1);
         node.commitRow(h);
-        expectLiteralPixels(out, y, cr, cb);
+        expectLiteralPixels(out, planes);
         for (int c : out.writeCounts())
             ASSERT_EQ(c, 1);
     });
