@@ -1,6 +1,8 @@
 #include "base/mutex.h"
 
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <thread>
 #include <vector>
 
@@ -33,4 +35,23 @@ TEST(MutexThreadTest, NestedLocksSerialiseThreads)
     for (auto& t : threads)
         t.join();
     EXPECT_EQ(counter, 20000);
+}
+
+TEST(MutexThreadTest, ALockHeldLongerThanAnyTryWaitsForItsUnlock)
+{
+    JMutex m;
+    std::atomic<bool> held{false};
+    std::atomic<bool> released{false};
+    std::thread holder([&] {
+        JMutexLocker lock(m);
+        held = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        released = true;
+    });
+    while (!held)
+        std::this_thread::yield();
+    EXPECT_EQ(m.lock(), 0);
+    EXPECT_TRUE(released);
+    EXPECT_EQ(m.unlock(), 0);
+    holder.join();
 }
