@@ -22,9 +22,12 @@ JIncrRaster::~JIncrRaster()
         delete[] rows_[i].buffer;
     for (char* b : pool_)
         delete[] b;
-    for (ThreadPool& own : threadPools_)
+    for (ThreadPool& own : threadPools_) {
         for (int i = 0; i < own.count; ++i)
             delete[] own.buffers[i];
+        for (char* b : own.overflow)
+            delete[] b;
+    }
 }
 
 void JIncrRaster::computeScanline(int row, float* out)
@@ -103,6 +106,15 @@ void JIncrRaster::setThreadPool(int index)
     threadPool_ = index >= 1 && index <= kThreadPools ? index : 0;
 }
 
+char* JIncrRaster::popNewest(std::vector<char*>& buffers)
+{
+    if (buffers.empty())
+        return nullptr;
+    char* buffer = buffers.back();
+    buffers.pop_back();
+    return buffer;
+}
+
 char* JIncrRaster::takeBuffer(bool mayThrow)
 {
     if (threadPool_ != 0) {
@@ -112,11 +124,14 @@ char* JIncrRaster::takeBuffer(bool mayThrow)
     }
     {
         JMutexLocker lock(mutex_);
-        if (!pool_.empty()) {
-            char* buffer = pool_.back();
-            pool_.pop_back();
+        if (threadPool_ != 0)
+            if (char* buffer = popNewest(threadPools_[threadPool_ - 1].overflow))
+                return buffer;
+        if (char* buffer = popNewest(pool_))
             return buffer;
-        }
+        for (ThreadPool& other : threadPools_)
+            if (char* buffer = popNewest(other.overflow))
+                return buffer;
     }
     const size_t bytes = bufferBytes(margin());
     return mayThrow ? new char[bytes] : new (std::nothrow) char[bytes];
@@ -132,7 +147,7 @@ void JIncrRaster::returnBuffer(char* buffer)
         }
     }
     JMutexLocker lock(mutex_);
-    pool_.push_back(buffer);
+    (threadPool_ != 0 ? threadPools_[threadPool_ - 1].overflow : pool_).push_back(buffer);
 }
 
 void JIncrRaster::clearBusy(Slot& s, int state)
@@ -437,6 +452,9 @@ void JIncrRaster::requestReflection(int margin)
         for (int i = 0; i < own.count; ++i)
             delete[] own.buffers[i];
         own.count = 0;
+        for (char* b : own.overflow)
+            delete[] b;
+        own.overflow.clear();
     }
 }
 
@@ -473,6 +491,6 @@ int JIncrRaster::pooledBuffers()
     JMutexLocker lock(mutex_);
     int n = static_cast<int>(pool_.size());
     for (const ThreadPool& own : threadPools_)
-        n += own.count;
+        n += own.count + static_cast<int>(own.overflow.size());
     return n;
 }

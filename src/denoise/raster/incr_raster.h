@@ -80,10 +80,12 @@ public:
     void setReferencingAlone(bool alone) { referencingAlone_ = alone; }
     // The free-buffer pool of every node that the calling thread uses: index
     // 1..kThreadPools gives it pools of its own, to be used by no other thread
-    // at the same time (the denoise workers of one driver), which keep up to
-    // kThreadPoolBuffers buffers a node and pass the rest on to the shared
-    // pool; 0 (the default) and any other index, the shared pool alone, under
-    // the node's lock.
+    // at the same time (the denoise workers of one driver). Such a thread
+    // keeps up to kThreadPoolBuffers buffers a node without the lock and the
+    // rest in an overflow list of its own under the node's lock, and takes
+    // from others only when both are empty: the shared pool first, then the
+    // other workers' overflow. 0 (the default) and any other index use the
+    // shared pool, then the workers' overflow, under the node's lock.
     static constexpr int kThreadPools = 8;
     static constexpr int kThreadPoolBuffers = 8;
     static void setThreadPool(int index);
@@ -166,11 +168,17 @@ private:
         std::exception_ptr failure;  // why the last computation threw; guarded by the mutex
     };
 
-    // Free buffers of one worker thread (setThreadPool), taken and given
-    // back without the lock; its own cache lines, as every worker has one.
+    // Free buffers of one worker thread (setThreadPool): `buffers`, taken and
+    // given back without the lock, on cache lines of their own, as every
+    // worker has one; then `overflow`, guarded by the node's lock, which
+    // other threads draw on only when they have nothing else. A worker so
+    // gets back the buffers it wrote last (rows come and go 32 at a time
+    // around the variance nodes' lane groups, more than the lock-free part
+    // holds), and no free buffer is out of another thread's reach.
     struct alignas(64) ThreadPool {
         char* buffers[kThreadPoolBuffers] = {};
         int count = 0;
+        std::vector<char*> overflow;
     };
 
     Slot& slot(int row);
@@ -188,10 +196,12 @@ private:
     void giveUp(Slot& s, std::exception_ptr failure);
     [[noreturn]] void rethrowFailure(Slot& s, int row);
     // A free buffer of the current margin's size: this thread's own pool,
-    // the shared pool, or a new one (null when allocation fails and mayThrow
-    // is false).
+    // the shared pool, another worker's overflow, or a new one (null when
+    // allocation fails and mayThrow is false).
     char* takeBuffer(bool mayThrow);
     void returnBuffer(char* buffer);
+    // The last of `buffers`, removed; null when there is none.
+    static char* popNewest(std::vector<char*>& buffers);
     size_t bufferBytes(int margin) const;
     float* dataPointer(char* buffer, int margin) const;
     void fillMargins(float* data, int margin) const;

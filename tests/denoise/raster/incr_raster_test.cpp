@@ -695,36 +695,74 @@ TEST(IncrRasterThreadTest, AWorkerGetsBackTheBuffersItFreedAndNoOtherThreadDoes)
     EXPECT_EQ(again[1], a);
 }
 
-TEST(IncrRasterThreadTest, AWorkersFullPoolPassesFurtherBuffersToTheSharedPool)
+// Has worker 1 compute rows first.. first + count - 1 and drop them again;
+// returns their buffers' data pointers in that order.
+std::vector<float*> freedByWorkerOne(JIncrRaster& n, int first, int count)
 {
-    const int rows = JIncrRaster::kThreadPoolBuffers + 3;
-    CountingNode n(16, rows + 4);
     std::vector<float*> freed;
     onPoolThread(1, [&] {
-        for (int y = 0; y < rows; ++y)
+        for (int y = first; y < first + count; ++y)
             n.refScanline(y);
-        for (int y = 0; y < rows; ++y)
+        for (int y = first; y < first + count; ++y)
             freed.push_back(n.getScanline(y));
-        for (int y = 0; y < rows; ++y)
+        for (int y = first; y < first + count; ++y)
             n.unrefScanline(y);
     });
-    EXPECT_EQ(n.pooledBuffers(), rows);
-    // The last three went to the shared pool, where any thread finds them,
-    // the newest first; after them a thread without a pool of its own gets a
-    // new buffer.
-    float* taken[4] = {};
-    onPoolThread(0, [&] {
-        for (int k = 0; k < 4; ++k) {
-            n.refScanline(rows + k);
-            taken[k] = n.getScanline(rows + k);
+    return freed;
+}
+
+TEST(IncrRasterThreadTest, BuffersBeyondAWorkersFullPoolStayWithinEveryThreadsReach)
+{
+    const int rows = JIncrRaster::kThreadPoolBuffers + 3;
+    // Another worker, and a thread without a pool of its own.
+    for (const int pool : {2, 0}) {
+        CountingNode n(16, rows + 4);
+        const std::vector<float*> freed = freedByWorkerOne(n, 0, rows);
+        EXPECT_EQ(n.pooledBuffers(), rows);
+        // The last three went past worker 1's pool. With the shared pool
+        // empty, any thread takes them, the newest first, before it makes a
+        // new buffer.
+        float* taken[4] = {};
+        onPoolThread(pool, [&] {
+            for (int k = 0; k < 4; ++k) {
+                n.refScanline(rows + k);
+                taken[k] = n.getScanline(rows + k);
+            }
+        });
+        for (int k = 0; k < 3; ++k)
+            EXPECT_EQ(taken[k], freed[rows - 1 - k]) << pool << " " << k;
+        EXPECT_EQ(std::find(freed.begin(), freed.end(), taken[3]), freed.end()) << pool;
+        EXPECT_EQ(n.pooledBuffers(), rows - 3) << pool;
+        for (int k = 0; k < 4; ++k)
+            n.unrefScanline(rows + k);
+    }
+}
+
+TEST(IncrRasterThreadTest, AWorkerGetsBackEveryBufferItFreedBeforeAnyOtherThreadsOne)
+{
+    const int rows = JIncrRaster::kThreadPoolBuffers + 3;
+    CountingNode n(16, 2 * rows + 1);
+    // This thread has no pool of its own: the buffer of its row goes to the
+    // shared pool, after worker 1 has freed more than its pool holds.
+    n.refScanline(rows);
+    float* shared = n.getScanline(rows);
+    const std::vector<float*> freed = freedByWorkerOne(n, 0, rows);
+    n.unrefScanline(rows);
+    std::vector<float*> taken;
+    onPoolThread(1, [&] {
+        for (int y = rows + 1; y <= 2 * rows; ++y) {
+            n.refScanline(y);
+            taken.push_back(n.getScanline(y));
         }
     });
-    for (int k = 0; k < 3; ++k)
-        EXPECT_EQ(taken[k], freed[rows - 1 - k]) << k;
-    EXPECT_EQ(std::find(freed.begin(), freed.end(), taken[3]), freed.end());
-    EXPECT_EQ(n.pooledBuffers(), rows - 3);
-    for (int k = 0; k < 4; ++k)
-        n.unrefScanline(rows + k);
+    std::vector<float*> mine = freed;
+    std::sort(mine.begin(), mine.end());
+    std::sort(taken.begin(), taken.end());
+    EXPECT_EQ(taken, mine);
+    EXPECT_EQ(std::find(taken.begin(), taken.end(), shared), taken.end());
+    EXPECT_EQ(n.pooledBuffers(), 1);
+    for (int y = rows + 1; y <= 2 * rows; ++y)
+        n.unrefScanline(y);
 }
 
 TEST(IncrRasterThreadTest, AnIndexOutsideTheWorkerPoolsUsesTheSharedPool)
