@@ -20,13 +20,22 @@ JIncrRaster::~JIncrRaster()
 {
     for (int i = 0; i < height_; ++i)
         delete[] rows_[i].buffer;
-    for (char* b : pool_)
-        delete[] b;
+    freePooledBuffers();
+}
+
+void JIncrRaster::freePooledBuffers()
+{
+    const auto freeAll = [](std::vector<char*>& buffers) {
+        for (char* b : buffers)
+            delete[] b;
+        buffers.clear();
+    };
+    freeAll(pool_);
     for (ThreadPool& own : threadPools_) {
         for (int i = 0; i < own.count; ++i)
             delete[] own.buffers[i];
-        for (char* b : own.overflow)
-            delete[] b;
+        own.count = 0;
+        freeAll(own.overflow);
     }
 }
 
@@ -445,17 +454,7 @@ void JIncrRaster::requestReflection(int margin)
             margin_.store(margin, std::memory_order_relaxed);
     }
     JMutexLocker lock(mutex_);
-    for (char* b : pool_)
-        delete[] b;
-    pool_.clear();
-    for (ThreadPool& own : threadPools_) {
-        for (int i = 0; i < own.count; ++i)
-            delete[] own.buffers[i];
-        own.count = 0;
-        for (char* b : own.overflow)
-            delete[] b;
-        own.overflow.clear();
-    }
+    freePooledBuffers();
 }
 
 void JIncrRaster::setTurbo(bool turbo)

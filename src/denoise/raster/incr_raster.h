@@ -202,6 +202,9 @@ private:
     void returnBuffer(char* buffer);
     // The last of `buffers`, removed; null when there is none.
     static char* popNewest(std::vector<char*>& buffers);
+    // Frees every pooled buffer, shared and per worker (under the lock, or
+    // when no other thread can use the node).
+    void freePooledBuffers();
     size_t bufferBytes(int margin) const;
     float* dataPointer(char* buffer, int margin) const;
     void fillMargins(float* data, int margin) const;
